@@ -1,0 +1,53 @@
+# voraimage: the two commands of the README (make run, make test) and the CI steps.
+# Every target installs what it needs first (scripts/install-deps.sh, idempotent).
+.PHONY: all deps build run test test-asan fuzz-smoke bench clean
+
+BUILD      ?= build
+BUILD_ASAN ?= build-asan
+BUILD_FUZZ ?= build-fuzz
+JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
+FUZZ_SECONDS ?= 45
+SAMPLES    := $(wildcard tests/data/iff/*.iff)
+
+all: build
+
+deps:
+	@bash scripts/install-deps.sh
+
+build: deps
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DVORA_TESTS=ON
+	cmake --build $(BUILD) -j $(JOBS)
+
+# The main job on the bundled samples: describe each native image, its chunk tree, and as JSON.
+run: build
+	$(BUILD)/vimg info $(SAMPLES)
+	$(BUILD)/vimg info --chunks tests/data/iff/rgba8_70x66_rle.iff
+	$(BUILD)/vimg info --json tests/data/iff/rgb8_40x30_rle.iff
+
+test: build
+	cd $(BUILD) && ctest -j $(JOBS) --output-on-failure
+
+test-asan: deps
+	cmake -S . -B $(BUILD_ASAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVORA_TESTS=ON -DVORA_SANITIZE=ON
+	cmake --build $(BUILD_ASAN) -j $(JOBS)
+	cd $(BUILD_ASAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest -j $(JOBS) --output-on-failure
+
+# Each fuzz target for FUZZ_SECONDS, seeded with the test data of its format.
+fuzz-smoke: deps
+	CC=clang-14 CXX=clang++-14 cmake -S . -B $(BUILD_FUZZ) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORA_FUZZ=ON
+	cmake --build $(BUILD_FUZZ) -j $(JOBS)
+	@set -e; for t in $(BUILD_FUZZ)/fuzz/fuzz_*; do \
+	  [ -x "$$t" ] || continue; name=$$(basename $$t); \
+	  corpus=$(BUILD_FUZZ)/corpus/$$name; mkdir -p $$corpus; \
+	  seeds=$$(awk -v n=$$name '$$1 == n { print $$2 }' fuzz/seeds.list); [ -n "$$seeds" ] || seeds=$$corpus; \
+	  echo "fuzz-smoke: $$name for $(FUZZ_SECONDS)s"; \
+	  $$t -max_total_time=$(FUZZ_SECONDS) -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+	    $$corpus $$seeds 2>&1 | tail -n 12; \
+	done
+
+bench: build
+	@echo "benchmarks arrive with the hot paths; see bench/RESULTS.md"
+
+clean:
+	rm -rf $(BUILD) $(BUILD_ASAN) $(BUILD_FUZZ)

@@ -1,0 +1,17 @@
+// Foundation stand-in (ARCHITECTURE.md 3.1): environment variables.
+#pragma once
+
+#include <vora/export.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+/* The value of an environment variable, or null. The text stays valid until the next
+ * VoraPutEnv of the same name. */
+VORA_API const char* VoraGetEnv(const char* name);
+/* Sets (value non-null) or removes (value null) an environment variable; 0 on success. */
+VORA_API int VoraPutEnv(const char* name, const char* value);
+#define GETENV(name) VoraGetEnv(name)
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,151 @@
+/* Parts 1.1-1.5: the IL image library over the native IFF image (FOR4 CIMG).
+ *
+ * An ILimage is an FL stream record (vora/foundation/fl.h) extended by the image fields, so every
+ * FL call takes the image handle directly. IL calls return 0 or an error code that is also left
+ * in flerrno; calls returning pointers return null and leave the code there. The image library's
+ * own codes (texts from FLstrerror):
+ *   100 not a native image and the parse set no foundation error
+ *   101 parse failed with a foundation error, or no further image
+ *   102 the conversion program could not be started
+ *   103 header already done; the value cannot change
+ *   104 no header chunk before the end          105 the header chunk could not be begun
+ *   106 size out of range                        107 data after the image data was finished
+ *   108 no packer or unpacker for the compression
+ *   109 tile rectangle outside the image (ours)   110 image too large (ours)
+ *   111 conversion program missing (foundation error 43) or output conversion failed
+ *   112 zoom filter program missing (Part 1.4)
+ */
+#ifndef VORA_ILIB_H
+#define VORA_ILIB_H
+
+#include <stdint.h>
+#include <vora/export.h>
+#include <vora/foundation/fl.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct FLfile ILimage;
+
+/* The header block as it stands in the handle (and, big-endian, in the 32-byte TBHD chunk). */
+typedef struct ILheader {
+  uint32_t width;
+  uint32_t height;
+  uint16_t aspnum; /* pixel aspect ratio numerator */
+  uint16_t aspden;
+  uint32_t type;     /* IL_COLOR | IL_ALPHA | IL_ZBUFFER | IL_MATTE */
+  uint16_t bytes;    /* bytes per channel, 1 or 2 (the file holds bytes - 1: deliberate) */
+  uint16_t tiles;    /* tile ("page") count */
+  uint32_t compress; /* IL_NONE, IL_RLE, IL_QRL, IL_QR4, 32-63 added at run time */
+  uint32_t orgx;
+  uint32_t orgy;
+} ILheader;
+
+/* image type flags */
+#define IL_COLOR 1
+#define IL_ALPHA 2
+#define IL_ZBUFFER 4
+#define IL_MATTE 16
+
+/* compression codes */
+#define IL_NONE 0
+#define IL_RLE 1
+#define IL_QRL 2
+#define IL_QR4 3
+
+/* state flags (ILgetstate; ILctrl changes 0x10000 and above) */
+#define IL_ST_HEADER 0x1
+#define IL_ST_TILEGROUP 0x2
+#define IL_ST_LINEMODE 0x4
+#define IL_ST_FINISHED 0x10
+#define IL_ST_TILING 0x20
+#define IL_ST_WIDEN 0x80
+#define IL_ST_READ 0x1000
+#define IL_ST_TOPDOWN 0x10000
+#define IL_ST_PACKED 0x40000
+#define IL_ST_READ16 0x100000
+#define IL_ST_LOADALPHA 0x200000
+
+/* ilconfig bits */
+#define IL_CFG_NOOUTCVT 1
+#define IL_CFG_PIPEOUTCVT 2
+#define IL_CFG_PIPERLE 4
+
+VORA_API extern uint32_t ilconfig;
+VORA_API extern const unsigned char ildeflut[256];
+
+/* ---- Part 1.1: handle and header ------------------------------------------------------ */
+VORA_API ILimage* ILopen(const char* name, const char* mode);
+VORA_API ILimage* ILreopen(const char* name, const char* mode, ILimage* handle);
+VORA_API int ILnext(ILimage* handle);
+VORA_API int ILclose(ILimage* handle);
+VORA_API ILheader* ILgetheader(ILimage* handle);
+VORA_API int ILputheader(ILimage* handle);
+VORA_API int ILinitio(ILimage* handle);
+
+VORA_API int ILsetsize(ILimage* handle, int width, int height);
+VORA_API int ILsetorigin(ILimage* handle, int x, int y);
+VORA_API int ILsettype(ILimage* handle, int type);
+VORA_API int ILsetratio(ILimage* handle, int num, int den);
+VORA_API int ILsetbpp(ILimage* handle, int bytes);
+VORA_API int ILsetcompress(ILimage* handle, int code);
+VORA_API int ILsetpagesize(ILimage* handle, int width, int height);
+VORA_API int ILsetpages(ILimage* handle, int count);
+/* Four per-slot 256-entry tables (null entries: identity, ildeflut); kept by reference. */
+VORA_API int ILsetlookups(ILimage* handle, unsigned char** tables);
+
+VORA_API int ILgetsize(ILimage* handle, int* width, int* height);
+VORA_API int ILgetorigin(ILimage* handle, int* x, int* y);
+VORA_API int ILgettype(ILimage* handle);
+VORA_API int ILgetratio(ILimage* handle, int* num, int* den);
+VORA_API int ILgetbpp(ILimage* handle);
+VORA_API int ILgetcompress(ILimage* handle);
+VORA_API int ILgetpages(ILimage* handle);
+
+/* Sets (on) or clears the state bits of 0x10000 and above; returns the mask applied. */
+VORA_API uint32_t ILctrl(ILimage* handle, uint32_t bits, int on);
+/* Sets (on) or clears bits of ilconfig; returns the new ilconfig. */
+VORA_API uint32_t ILconfig(uint32_t bits, int on);
+VORA_API void ILinfilter(const char* command);
+VORA_API void ILoutfilter(const char* command);
+VORA_API const char* ILgetpath(void);
+
+/* Handle fields the Part keeps beside the header (accessors of Part 2.2). */
+VORA_API uint32_t ILgetstate(ILimage* handle);
+VORA_API uint32_t ILgetversion(ILimage* handle);
+VORA_API float ILgetresolution(ILimage* handle);
+VORA_API int ILsetresolution(ILimage* handle, float dpi); /* 103 after the header */
+VORA_API uint32_t ILgettilesize(ILimage* handle, int* width, int* height);
+/* Text chunks met after the header while reading (AUTH, DATE): byte count, data pointed at;
+ * 0 and an empty text when absent. */
+VORA_API int ILgetchunktext(ILimage* handle, FLid id, const char** text);
+
+/* The type in words, "%s %s Alpha%s" ("RGB with Alpha", "Black without Alpha, ZBuffer"), in buf. */
+VORA_API const char* ILdescribetype(int type, char* buf, int size);
+/* The compressor name of a code ("None", "RLE", "QRL", "QR4"), or null when no compressor has it. */
+VORA_API const char* ILcompressname(int code);
+
+/* Optional fields (FLDS). Tags: low four bits 2/4/8 = 16/32/64-bit elements swapped to
+ * big-endian in the file; bit 0x10 = carried over by ILcopyfields. */
+VORA_API void ILinitfields(ILimage* handle);
+VORA_API int ILsetfield(ILimage* handle, uint32_t tag, int count, const void* data);
+VORA_API int ILgetfield(ILimage* handle, uint32_t tag, const void** data);
+/* Fields in list order: the tag of field i, or 0 past the end. */
+VORA_API uint32_t ILfieldtag(ILimage* handle, int index);
+VORA_API int ILreadfields(ILimage* handle);
+VORA_API int ILwritefields(ILimage* handle);
+VORA_API int ILcopyfields(ILimage* to, ILimage* from);
+
+/* Frame range in a name's extension: "start,end[,step]". 0 when the name is not looked at
+ * (contains ':' other than a leading "mmap:") or is found on the search path; -1 when there is
+ * no extension or it has no ','; 1 with range = {start, end, step} otherwise. realname (may be
+ * null; room for strlen(name) + 1) receives the name without "mmap:" and without the range
+ * extension. extra is reserved (pass 0). */
+VORA_API int ILrange(const char* name, double range[3], char* realname, int extra);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

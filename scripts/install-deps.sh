@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs every build, test and benchmark dependency of voraimage (Debian 12), peers included.
+# Idempotent: packages already present are not fetched again; apt-get update runs only when needed.
+set -euo pipefail
+
+PACKAGES=(
+  # build
+  build-essential cmake ninja-build pkg-config clang-14 libclang-rt-14-dev
+  # libraries (ARCHITECTURE.md section 4)
+  zlib1g-dev qt6-base-dev libcli11-dev libmuparser-dev
+  # tests and benchmarks
+  libgtest-dev libgmock-dev libbenchmark-dev python3
+  # peers for interoperability tests and side-by-side benchmarks
+  openimageio-tools python3-openimageio imagemagick opencolorio-tools libopencolorio-dev ffmpeg
+  hyperfine
+)
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+echo "install-deps: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"

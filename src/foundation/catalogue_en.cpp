@@ -1,0 +1,97 @@
+// Foundation stand-in (ARCHITECTURE.md 3.1): the built-in English message catalogue.
+// Texts are ours; keys are the spec's. FL and IL error codes are "s_FLStrings.rErrorN".
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <unordered_map>
+
+#include <vora/foundation/messages.h>
+
+namespace {
+
+struct Entry {
+  const char* key;
+  const char* text;
+};
+
+const Entry kCatalogue[] = {
+    // foundation (fl.h)
+    {"s_FLStrings.rError0", "no error"},
+    {"s_FLStrings.rError1", "end of group"},
+    {"s_FLStrings.rError2", "done"},
+    {"s_FLStrings.rError3", "out of memory"},
+    {"s_FLStrings.rError4", "the file cannot be opened"},
+    {"s_FLStrings.rError5", "read error"},
+    {"s_FLStrings.rError6", "write error"},
+    {"s_FLStrings.rError7", "the stream cannot seek"},
+    {"s_FLStrings.rError9", "unexpected end of data"},
+    {"s_FLStrings.rError11", "a chunk or group size runs past its group or the file"},
+    {"s_FLStrings.rError12", "not an IFF file"},
+    {"s_FLStrings.rError13", "a group is aligned more loosely than its parent"},
+    {"s_FLStrings.rError14", "groups are nested too deep"},
+    {"s_FLStrings.rError15", "chunk-file call out of sequence"},
+    {"s_FLStrings.rError16", "no accepted form before the end of the data"},
+    {"s_FLStrings.rError22", "an image in a 2-byte aligned FORM group"},
+    {"s_FLStrings.rError23", "packed data overruns its tile"},
+    {"s_FLStrings.rError24", "operation not allowed in this stream's mode"},
+    {"s_FLStrings.rError40", "filter program not found"},
+    {"s_FLStrings.rError43", "command not found"},
+    {"s_FLStrings.rError44", "the command could not be started"},
+    {"s_FLStrings.rError45", "the command failed"},
+    {"s_FLStrings.rError46", "not supported by this build"},
+    {"s_FLStrings.rError47", "form accepted"},
+    // image library (Parts 1.1, 1.3, 1.4)
+    {"s_FLStrings.rError100", "not a native image file"},
+    {"s_FLStrings.rError101", "image file structure is damaged, or no further image"},
+    {"s_FLStrings.rError102", "the image conversion program could not be started"},
+    {"s_FLStrings.rError103", "the image header is already written or read"},
+    {"s_FLStrings.rError104", "no image header before the end of the image"},
+    {"s_FLStrings.rError105", "the image header chunk cannot be read"},
+    {"s_FLStrings.rError106", "image or tile size out of range"},
+    {"s_FLStrings.rError107", "image data already finished"},
+    {"s_FLStrings.rError108", "no packer or unpacker for the image's compression"},
+    {"s_FLStrings.rError109", "tile rectangle outside the image"},
+    {"s_FLStrings.rError110", "image too large"},
+    {"s_FLStrings.rError111", "image conversion program missing, or output conversion failed"},
+    {"s_FLStrings.rError112", "resampling filter program not found"},
+};
+
+const std::unordered_map<std::string_view, const char*>& table() {
+  static const auto* t = [] {
+    auto* m = new std::unordered_map<std::string_view, const char*>;
+    for (const Entry& e : kCatalogue) m->emplace(e.key, e.text);
+    return m;
+  }();
+  return *t;
+}
+
+}  // namespace
+
+const char* voraCatalogueText(const char* key) {
+  if (!key) return nullptr;
+  auto it = table().find(key);
+  return it == table().end() ? nullptr : it->second;
+}
+
+TstringId::TstringId(const char* key) : key_(key ? key : "") {}
+
+const char* TstringId::text() const {
+  const char* t = voraCatalogueText(key_);
+  return t ? t : key_;
+}
+
+TerrorHandler* theErrorHandler = nullptr;
+
+TerrorHandler::~TerrorHandler() = default;
+void TerrorHandler::reportWarning(const char* message) { reportError(message); }
+
+void reportErrorf(const char* format, ...) {
+  if (!theErrorHandler) return;
+  char buf[2048];
+  va_list ap;
+  va_start(ap, format);
+  vsnprintf(buf, sizeof buf, format, ap);
+  va_end(ap);
+  theErrorHandler->reportError(buf);
+}

@@ -1,0 +1,55 @@
+// Foundation stand-in (ARCHITECTURE.md 3.1): growing buffers, lists, the bit-count table.
+#include <cstdint>
+#include <cstdlib>
+
+#include <vora/foundation/fl.h>
+
+
+extern "C" {
+
+const unsigned char flbitset[256] = {
+#define B2(n) n, n + 1, n + 1, n + 2
+#define B4(n) B2(n), B2(n + 1), B2(n + 1), B2(n + 2)
+#define B6(n) B4(n), B4(n + 1), B4(n + 1), B4(n + 2)
+    B6(0), B6(1), B6(1), B6(2)
+#undef B2
+#undef B4
+#undef B6
+};
+
+void* FLgrow(void** buffer, size_t* size, size_t need) {
+  if (!buffer || !size) return nullptr;
+  if (*buffer && *size >= need) return *buffer;
+  size_t cap = *size ? *size : 64;
+  while (cap < need) cap = cap > (SIZE_MAX / 2) ? need : cap * 2;
+  void* p = realloc(*buffer, cap);
+  if (!p) {
+    flerrno = FL_ENOMEM;
+    return nullptr;
+  }
+  *buffer = p;
+  *size = cap;
+  return p;
+}
+
+void FLinitlist(FLlist* list) {
+  if (list) list->head = list->tail = nullptr;
+}
+
+void FLaddtail(FLlist* list, FLnode* node) {
+  node->next = nullptr;
+  node->prev = list->tail;
+  if (list->tail) list->tail->next = node;
+  else list->head = node;
+  list->tail = node;
+}
+
+void FLremove(FLlist* list, FLnode* node) {
+  if (node->prev) node->prev->next = node->next;
+  else list->head = node->next;
+  if (node->next) node->next->prev = node->prev;
+  else list->tail = node->prev;
+  node->next = node->prev = nullptr;
+}
+
+}  // extern "C"

@@ -1,0 +1,22 @@
+// Part 1.1: the type and compression of an image in words.
+#include <cstdio>
+
+#include <vora/ilib.h>
+
+extern "C" {
+
+const char* ILdescribetype(int type, char* buf, int size) {
+  if (!buf || size <= 0) return buf;
+  const char* colour = (type & IL_MATTE) ? "Black" : (type & IL_COLOR) ? "RGB" : "BW";
+  snprintf(buf, size_t(size), "%s %s Alpha%s", colour, (type & IL_ALPHA) ? "with" : "without",
+           (type & IL_ZBUFFER) ? ", ZBuffer" : "");
+  return buf;
+}
+
+const char* ILcompressname(int code) {
+  // The built-in slots of the compressor table (Parts 1.2, 1.5).
+  static const char* const names[] = {"None", "RLE", "QRL", "QR4"};
+  return code >= 0 && code < 4 ? names[code] : nullptr;
+}
+
+}  // extern "C"

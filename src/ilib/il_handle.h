@@ -1,0 +1,72 @@
+// Part 1.1: the image handle: the FL stream record followed by the image fields.
+#pragma once
+
+#include <cstdint>
+
+#include <vora/foundation/fl.h>
+#include <vora/ilib.h>
+
+namespace vora::il {
+
+// One optional field (FLDS): host byte order in memory; malloc'd with its data behind it.
+struct Field {
+  FLnode node;  // first: the list links
+  uint32_t tag;
+  uint32_t count;
+  unsigned char data[1];
+};
+
+// Zero-filled by FLsopen; everything here is plain data so that FLreopen keeps it.
+struct Handle {
+  FLfile fl;  // first: every FL call takes the handle directly
+  uint32_t version;
+  ILheader hdr;  // header block, width first (Part 1.1 table)
+  uint32_t state;
+  uint32_t twidth, theight;
+  uint32_t chanmask;
+  uint32_t bpp;
+  uint32_t pstride;
+  uint32_t linebytes;
+  float resolution;
+  unsigned char** lookups;
+  FLlist fields;
+  void* zoom;  // Part 1.4
+  int64_t hdrpos;
+  FLlist lines;    // line buffers (Part 1.3)
+  int cimgDepth;   // FLdepth of the open CIMG group while reading
+  char* auth;      // AUTH text read after the header (malloc'd), with its length
+  uint32_t authlen;
+  char* date;
+  uint32_t datelen;
+};
+
+inline Handle* H(ILimage* i) { return reinterpret_cast<Handle*>(i); }
+inline ILimage* I(Handle* h) { return &h->fl; }
+
+constexpr FLid kFOR4 = FL_ID('F', 'O', 'R', '4');
+constexpr FLid kCIMG = FL_ID('C', 'I', 'M', 'G');
+constexpr FLid kFORM = FL_ID('F', 'O', 'R', 'M');
+constexpr FLid kFVER = FL_ID('F', 'V', 'E', 'R');
+constexpr FLid kTBHD = FL_ID('T', 'B', 'H', 'D');
+constexpr FLid kFLDS = FL_ID('F', 'L', 'D', 'S');
+constexpr FLid kAUTH = FL_ID('A', 'U', 'T', 'H');
+constexpr FLid kDATE = FL_ID('D', 'A', 'T', 'E');
+constexpr uint32_t kDPI = FL_ID('D', 'P', 'I', ' ');
+constexpr uint32_t kVersionWritten = 0x00010001;
+constexpr uint32_t kVersionDefault = 0x00010000;
+
+// Sets flerrno and returns the code (IL calls report through both).
+inline int fail(int code) { return flerrno = code; }
+
+// The form check of Part 1.1, given to FLparse.
+int formCheck(FLfile* f, FLid group, FLid type);
+// Accepts the group FLparse stopped in: removes the form check, state := exactly 0x1000.
+void accept(Handle* h);
+// Frees what the record owns beyond the stream (release hook of FLclose).
+void releaseHandle(FLfile* f);
+void clearTexts(Handle* h);
+// Field list without the header-done check (readers and ILputheader).
+int putField(Handle* h, uint32_t tag, uint32_t count, const void* data);
+void clearFields(Handle* h);
+
+}  // namespace vora::il

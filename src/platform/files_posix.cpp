@@ -1,0 +1,86 @@
+// Platform layer (ARCHITECTURE.md 3.3): files, the current directory, user and host names.
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <mutex>
+
+#include "platform/platform.h"
+
+namespace vora::platform {
+
+int openRead(const char* path) {
+  int fd;
+  do fd = open(path, O_RDONLY | O_CLOEXEC);
+  while (fd < 0 && errno == EINTR);
+  if (fd >= 0) {
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+      close(fd);
+      errno = EISDIR;
+      return -1;
+    }
+  }
+  return fd;
+}
+
+int openWrite(const char* path) {
+  int fd;
+  do fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+int64_t fileSize(int fd) {
+  struct stat st;
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return -1;
+  return int64_t(st.st_size);
+}
+
+bool seekTo(int fd, int64_t pos) { return lseek(fd, off_t(pos), SEEK_SET) == off_t(pos); }
+
+bool writeAt(int fd, const void* data, size_t n, int64_t pos) {
+  const char* p = static_cast<const char*>(data);
+  while (n > 0) {
+    ssize_t w = pwrite(fd, p, n, off_t(pos));
+    if (w < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    p += w;
+    n -= size_t(w);
+    pos += w;
+  }
+  return true;
+}
+
+void closeFd(int fd) {
+  if (fd >= 0) close(fd);
+}
+
+bool isRegularFile(const char* path) {
+  struct stat st;
+  return stat(path, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+std::string currentDirectory() {
+  char buf[PATH_MAX];
+  return getcwd(buf, sizeof buf) ? std::string(buf) : std::string(".");
+}
+
+std::string userOnHost() {
+  struct passwd pw, *res = nullptr;
+  char buf[4096];
+  char host[256];
+  if (getpwuid_r(getuid(), &pw, buf, sizeof buf, &res) != 0 || !res || !res->pw_name ||
+      !*res->pw_name)
+    return "Unknown";
+  if (gethostname(host, sizeof host) != 0 || !*host) return "Unknown";
+  host[sizeof host - 1] = 0;
+  return std::string(res->pw_name) + " on " + host;
+}
+
+}  // namespace vora::platform

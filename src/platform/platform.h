@@ -1,0 +1,48 @@
+// Platform layer (ARCHITECTURE.md 3.3): the only place that knows the operating system.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace vora::platform {
+
+// True when the first word of a shell command names a program that can be run: a path with '/'
+// must be executable, a bare name must be found on PATH.
+bool commandExists(const std::string& command);
+
+// A child running "/bin/sh -c command". Each fd is -1 when not piped. All our pipe ends are
+// close-on-exec so that no other child holds them open.
+struct Child {
+  int pid = -1;
+  int stdinFd = -1;   // we write here (child's stdin), when requested
+  int stdoutFd = -1;  // we read here (child's stdout), when requested
+};
+// The child's stdin is a new pipe (pipeStdin) or /dev/null; its stdout a new pipe (pipeStdout)
+// or ours.
+// Returns false with errno set when the child cannot be started.
+bool spawnShell(const std::string& command, bool pipeStdin, bool pipeStdout, Child& child);
+
+// Waits for the child. graceMs < 0 waits for ever; otherwise, if it has not ended after graceMs,
+// it is sent SIGTERM and then SIGKILL. Returns the exit status (0 on success), 128 + signal when
+// it was killed by a signal, or -1 when it could not be waited for.
+int waitChild(int pid, int graceMs);
+
+// write() that never raises SIGPIPE: returns false with errno EPIPE when the reader is gone.
+bool writeAll(int fd, const void* data, size_t n);
+// read() retried on EINTR; returns bytes read, 0 at end, -1 on error.
+long readSome(int fd, void* buf, size_t n);
+
+int openRead(const char* path);               // -1 with errno on failure
+int openWrite(const char* path);              // create/truncate, mode 0666 & umask
+int64_t fileSize(int fd);                     // -1 when not a regular file
+bool seekTo(int fd, int64_t pos);
+bool writeAt(int fd, const void* data, size_t n, int64_t pos);
+void closeFd(int fd);
+bool isRegularFile(const char* path);
+std::string currentDirectory();
+
+// "%s on %s" of the user and computer names, or "Unknown" when either cannot be had.
+std::string userOnHost();
+
+}  // namespace vora::platform

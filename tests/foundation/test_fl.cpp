@@ -1,0 +1,178 @@
+// Foundation stand-in: FL chunked-file streams (ARCHITECTURE.md 3.1).
+#include <gtest/gtest.h>
+#include <vora/foundation/fl.h>
+
+#include <cstring>
+#include <string>
+
+#include "support/test_support.h"
+
+using vt::Bytes;
+
+TEST(FL, WritesGroupsAndChunksWithPaddingByAlignment) {
+  vt::TempDir d;
+  std::string p = d.path("a.iff");
+  FLfile* f = FLopen(p.c_str(), "w");
+  ASSERT_NE(f, nullptr);
+  EXPECT_TRUE(f->flags & FL_SEEKABLE);
+  ASSERT_EQ(FLbgnwgroup(f, FL_ID('F', 'O', 'R', '4'), FL_ID('T', 'E', 'S', 'T')), 0);
+  ASSERT_EQ(FLputchunk(f, FL_ID('O', 'N', 'E', ' '), 1, "x"), 0);  // padded to 4
+  ASSERT_EQ(FLbgnwgroup(f, FL_ID('F', 'O', 'R', '8'), FL_ID('E', 'I', 'G', 'H')), 0);
+  ASSERT_EQ(FLputchunk(f, FL_ID('T', 'W', 'O', ' '), 3, "abc"), 0);  // padded to 8
+  ASSERT_EQ(FLendwgroup(f), 0);
+  void* b = FLbgnwbchunk(f, FL_ID('R', 'E', 'S', 'V'), 100);
+  ASSERT_NE(b, nullptr);
+  memcpy(b, "hello", 5);
+  ASSERT_EQ(FLendwbchunk(f, 5), 0);
+  ASSERT_EQ(FLendwgroup(f), 0);
+  ASSERT_EQ(FLclose(f), 0);
+  Bytes two = vt::chunk("TWO ", {'a', 'b', 'c'}, 8);
+  Bytes eight = vt::group("FOR8", "EIGH", two);
+  Bytes expect = vt::group("FOR4", "TEST",
+                           vt::cat({vt::chunk("ONE ", {'x'}), eight,
+                                    vt::chunk("RESV", {'h', 'e', 'l', 'l', 'o'})}));
+  EXPECT_EQ(vt::hex(vt::readFile(p)), vt::hex(expect));
+}
+
+TEST(FL, StreamsThatCannotSeekBufferTheOutermostGroup) {
+  vt::TempDir d;
+  std::string p = d.path("p.iff");
+  FLfile* f = FLopen(("pipe:cat > '" + p + "'").c_str(), "w");
+  ASSERT_NE(f, nullptr);
+  EXPECT_TRUE(f->flags & FL_PIPE);
+  EXPECT_FALSE(f->flags & FL_SEEKABLE);
+  ASSERT_EQ(FLbgnwgroup(f, FL_ID('F', 'O', 'R', '4'), FL_ID('T', 'E', 'S', 'T')), 0);
+  Bytes big(3 << 20, 0x5A);  // larger than the flush threshold: still buffered
+  ASSERT_EQ(FLputchunk(f, FL_ID('B', 'I', 'G', ' '), uint32_t(big.size()), big.data()), 0);
+  ASSERT_EQ(FLendwgroup(f), 0);
+  ASSERT_EQ(FLclose(f), 0);
+  EXPECT_EQ(vt::readFile(p), vt::group("FOR4", "TEST", vt::chunk("BIG ", big)));
+}
+
+TEST(FL, ReadsChunksAndGroupsWithSizeChecks) {
+  vt::TempDir d;
+  Bytes file = vt::group("FOR4", "TEST", vt::cat({vt::chunk("ONE ", {'x'}),
+                                                  vt::group("FOR4", "SUB ", vt::chunk("TWO ", {1, 2}))}));
+  vt::writeFile(d.path("r.iff"), file);
+  FLfile* f = FLopen(d.path("r.iff").c_str(), "r");
+  ASSERT_NE(f, nullptr);
+  FLid id, type;
+  uint32_t size;
+  ASSERT_EQ(FLbgnget(f, &id, &size), 0);
+  EXPECT_EQ(id, FL_ID('F', 'O', 'R', '4'));
+  ASSERT_EQ(FLbgnrgroup(f, &type), 0);
+  EXPECT_EQ(type, FL_ID('T', 'E', 'S', 'T'));
+  ASSERT_EQ(FLbgnget(f, &id, &size), 0);
+  EXPECT_EQ(size, 1u);
+  char c[8] = {};
+  EXPECT_EQ(FLget(f, c, sizeof c), 1);  // never past the chunk
+  EXPECT_EQ(c[0], 'x');
+  ASSERT_EQ(FLendget(f), 0);
+  ASSERT_EQ(FLbgnget(f, &id, &size), 0);  // the nested group, skipped whole
+  ASSERT_EQ(FLendget(f), 0);
+  EXPECT_EQ(FLbgnget(f, &id, &size), FL_END);
+  ASSERT_EQ(FLendrgroup(f), 0);
+  EXPECT_EQ(FLbgnget(f, &id, &size), FL_END);  // end of data at the top level
+  EXPECT_EQ(FLtell(f), int64_t(file.size()));
+  FLclose(f);
+}
+
+TEST(FL, UngetAndUnreadPutBytesBack) {
+  vt::TempDir d;
+  // Top-level items align to 2 bytes (IFF-85).
+  vt::writeFile(d.path("u.iff"), vt::cat({vt::chunk("AAAA", {1}, 2), vt::chunk("BBBB", {2}, 2)}));
+  FLfile* f = FLopen(d.path("u.iff").c_str(), "r");
+  FLid id;
+  uint32_t size;
+  ASSERT_EQ(FLbgnget(f, &id, &size), 0);
+  ASSERT_EQ(FLunget(f), 0);
+  ASSERT_EQ(FLbgnget(f, &id, &size), 0);
+  EXPECT_EQ(id, FL_ID('A', 'A', 'A', 'A'));
+  FLendget(f);
+  uint8_t raw[4];
+  ASSERT_EQ(FLread(f, raw, 4), 4);
+  EXPECT_EQ(memcmp(raw, "BBBB", 4), 0);
+  ASSERT_EQ(FLunread(f, "BBBB", 4), 0);
+  ASSERT_EQ(FLbgnget(f, &id, &size), 0);
+  EXPECT_EQ(id, FL_ID('B', 'B', 'B', 'B'));
+  FLclose(f);
+}
+
+TEST(FL, ParseResults) {
+  vt::TempDir d;
+  // Not IFF: the first header is no group (12); the 8 bytes are in the parse state.
+  vt::writeFile(d.path("t.txt"), {'h', 'e', 'l', 'l', 'o', ' ', 'w', 'o', 'r', 'l', 'd'});
+  FLfile* f = FLopen(d.path("t.txt").c_str(), "r");
+  EXPECT_EQ(FLparse(f), FL_NOTIFF);
+  EXPECT_EQ(FLgetparsestate(f)->flags, unsigned(FL_PS_HEADER));
+  EXPECT_EQ(FLgetparsestate(f)->id, FL_ID('h', 'e', 'l', 'l'));
+  FLclose(f);
+  // Shorter than a header: pushed back whole, nothing in the parse state.
+  vt::writeFile(d.path("s.txt"), {'a', 'b', 'c'});
+  f = FLopen(d.path("s.txt").c_str(), "r");
+  EXPECT_EQ(FLparse(f), FL_NOTIFF);
+  EXPECT_EQ(FLgetparsestate(f)->flags, 0u);
+  uint8_t b[4];
+  EXPECT_EQ(FLread(f, b, 4), 3);
+  FLclose(f);
+  // IFF without an accepted form: 16. Without a form check the first form is accepted.
+  vt::writeFile(d.path("x.iff"), vt::group("FOR4", "XXXX", {}));
+  f = FLopen(d.path("x.iff").c_str(), "r");
+  FLsetform(f, [](FLfile*, FLid, FLid) { return 0; });
+  EXPECT_EQ(FLparse(f), FL_NOFORM);
+  FLclose(f);
+  f = FLopen(d.path("x.iff").c_str(), "r");
+  EXPECT_EQ(FLparse(f), FL_ACCEPT);
+  EXPECT_EQ(FLgetparsestate(f)->flags, unsigned(FL_PS_HEADER | FL_PS_TYPE | FL_PS_FORM));
+  FLclose(f);
+}
+
+TEST(FL, FilterFailureLeavesTheRecordUnchanged) {
+  vt::TempDir d;
+  vt::writeFile(d.path("f.iff"), vt::chunk("AAAA", {7}));
+  FLfile* f = FLopen(d.path("f.iff").c_str(), "r");
+  EXPECT_EQ(FLfilter("no-such-filter-program", "r", f), nullptr);
+  EXPECT_EQ(flerrno, FL_ENOCMD);
+  FLid id;
+  uint32_t size;
+  ASSERT_EQ(FLbgnget(f, &id, &size), 0);  // still reads the file
+  EXPECT_EQ(id, FL_ID('A', 'A', 'A', 'A'));
+  FLclose(f);
+}
+
+TEST(FL, OpenErrors) {
+  EXPECT_EQ(FLopen("/nonexistent/dir/file", "r"), nullptr);
+  EXPECT_EQ(flerrno, FL_EOPEN);
+  EXPECT_EQ(FLoserror(), ENOENT);
+  EXPECT_EQ(FLopen("/tmp", "r"), nullptr);  // a directory
+  EXPECT_EQ(FLopen("pipe:no-such-command-here", "r"), nullptr);
+  EXPECT_EQ(flerrno, FL_ENOCMD);
+}
+
+TEST(FL, NamesPathsAndHelpers) {
+  EXPECT_STREQ(FLgetext("a/b.c/file.tif"), "tif");
+  EXPECT_EQ(FLgetext("a.b/file"), nullptr);  // only the last component counts
+  EXPECT_EQ(FLisgroup(FL_ID('F', 'O', 'R', 'M')), 2);
+  EXPECT_EQ(FLisgroup(FL_ID('L', 'I', 'S', '4')), 4);
+  EXPECT_EQ(FLisgroup(FL_ID('P', 'R', 'O', '8')), 8);
+  EXPECT_EQ(FLisgroup(FL_ID('T', 'B', 'H', 'D')), 0);
+  EXPECT_EQ(flbitset[0], 0);
+  EXPECT_EQ(flbitset[15], 4);
+  EXPECT_EQ(flbitset[255], 8);
+  EXPECT_EQ(flbitset[0xA5], 4);
+  void* buf = nullptr;
+  size_t cap = 0;
+  ASSERT_NE(FLgrow(&buf, &cap, 1000), nullptr);
+  EXPECT_GE(cap, 1000u);
+  free(buf);
+  vt::TempDir d;
+  vt::writeFile(d.path("here.iff"), {1});
+  char* path = FLbuildpath(("/nonexistent;" + d.dir()).c_str());
+  const char* old = FLswappath(path);
+  const char* found = FLfindfile("here.iff");
+  ASSERT_NE(found, nullptr);
+  EXPECT_EQ(std::string(found), d.path("here.iff"));
+  EXPECT_EQ(FLfindfile("missing.iff"), nullptr);
+  FLswappath(old);
+  FLfreepath(path);
+}

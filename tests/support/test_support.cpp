@@ -1,0 +1,137 @@
+// Test helpers: IFF byte builders, temporary files, child-process checks.
+#include "support/test_support.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace vt {
+
+void be32(Bytes& b, uint32_t v) {
+  for (int s = 24; s >= 0; s -= 8) b.push_back(uint8_t(v >> s));
+}
+void be16(Bytes& b, uint32_t v) {
+  b.push_back(uint8_t(v >> 8));
+  b.push_back(uint8_t(v));
+}
+void text(Bytes& b, const std::string& s) { b.insert(b.end(), s.begin(), s.end()); }
+
+Bytes chunk(const std::string& id, const Bytes& data, unsigned align) {
+  Bytes b;
+  text(b, id);
+  be32(b, uint32_t(data.size()));
+  b.insert(b.end(), data.begin(), data.end());
+  while (b.size() % align) b.push_back(0);
+  return b;
+}
+
+Bytes group(const std::string& id, const std::string& type, const Bytes& contents) {
+  Bytes b;
+  text(b, id);
+  be32(b, uint32_t(contents.size() + 4));
+  text(b, type);
+  b.insert(b.end(), contents.begin(), contents.end());
+  return b;
+}
+
+Bytes cat(std::initializer_list<Bytes> parts) {
+  Bytes b;
+  for (const Bytes& p : parts) b.insert(b.end(), p.begin(), p.end());
+  return b;
+}
+
+Bytes tbhd(uint32_t w, uint32_t h, uint32_t type, uint32_t bytesMinusOne, uint32_t tiles,
+           uint32_t compress) {
+  Bytes b;
+  be32(b, w);
+  be32(b, h);
+  be16(b, 1);
+  be16(b, 1);
+  be32(b, type);
+  be16(b, bytesMinusOne);
+  be16(b, tiles);
+  be32(b, compress);
+  be32(b, 0);
+  be32(b, 0);
+  return b;
+}
+
+TempDir::TempDir() {
+  char templ[] = "/tmp/vora_test_XXXXXX";
+  if (!mkdtemp(templ)) throw std::runtime_error("mkdtemp");
+  dir_ = templ;
+}
+TempDir::~TempDir() { run("rm -rf '" + dir_ + "'"); }
+
+void writeFile(const std::string& path, const Bytes& data) {
+  std::ofstream f(path, std::ios::binary);
+  f.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
+}
+
+Bytes readFile(const std::string& path) {
+  std::ifstream f(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+}
+
+std::string hex(const Bytes& b) {
+  std::string s;
+  char x[4];
+  for (uint8_t c : b) {
+    snprintf(x, sizeof x, "%02x", c);
+    s += x;
+  }
+  return s;
+}
+
+int childCount() {
+  int n = 0;
+  std::string self = std::to_string(getpid());
+  DIR* d = opendir("/proc");
+  if (!d) return -1;
+  while (dirent* e = readdir(d)) {
+    if (!isdigit(static_cast<unsigned char>(e->d_name[0]))) continue;
+    std::ifstream st(std::string("/proc/") + e->d_name + "/stat");
+    std::string line;
+    std::getline(st, line);
+    size_t close = line.rfind(')');
+    if (close == std::string::npos) continue;
+    char state;
+    long ppid;
+    if (sscanf(line.c_str() + close + 1, " %c %ld", &state, &ppid) == 2 &&
+        std::to_string(ppid) == self)
+      ++n;
+  }
+  closedir(d);
+  return n;
+}
+
+int run(const std::string& command, std::string* out) {
+  FILE* p = popen(command.c_str(), "r");
+  if (!p) return -1;
+  char buf[4096];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof buf, p)) > 0)
+    if (out) out->append(buf, n);
+  int st = pclose(p);
+  return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+}
+
+ScopedEnv::ScopedEnv(const char* name, const char* value) : name_(name) {
+  const char* old = getenv(name);
+  had_ = old != nullptr;
+  if (had_) old_ = old;
+  if (value) setenv(name, value, 1);
+  else unsetenv(name);
+}
+ScopedEnv::~ScopedEnv() {
+  if (had_) setenv(name_.c_str(), old_.c_str(), 1);
+  else unsetenv(name_.c_str());
+}
+
+}  // namespace vt

@@ -1,0 +1,57 @@
+// Test helpers: IFF byte builders, temporary files, child-process checks.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vt {
+
+using Bytes = std::vector<uint8_t>;
+
+void be32(Bytes& b, uint32_t v);
+void be16(Bytes& b, uint32_t v);
+void text(Bytes& b, const std::string& s);
+// id + big-endian size + data + zero padding to align.
+Bytes chunk(const std::string& id, const Bytes& data, unsigned align = 4);
+// id + size (type + contents) + type + contents.
+Bytes group(const std::string& id, const std::string& type, const Bytes& contents);
+Bytes cat(std::initializer_list<Bytes> parts);
+// A 32-byte TBHD block.
+Bytes tbhd(uint32_t w, uint32_t h, uint32_t type, uint32_t bytesMinusOne, uint32_t tiles,
+           uint32_t compress);
+
+// A fresh directory for one test, removed with everything in it when the object goes.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  std::string path(const std::string& name) const { return dir_ + "/" + name; }
+  const std::string& dir() const { return dir_; }
+
+ private:
+  std::string dir_;
+};
+
+void writeFile(const std::string& path, const Bytes& data);
+Bytes readFile(const std::string& path);
+std::string hex(const Bytes& b);
+
+// Number of live (not yet reaped or running) children of this process.
+int childCount();
+// Runs a shell command, returns its exit status and fills out with its stdout.
+int run(const std::string& command, std::string* out = nullptr);
+
+// Sets an environment variable for the scope of the object.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value);
+  ~ScopedEnv();
+
+ private:
+  std::string name_;
+  std::string old_;
+  bool had_;
+};
+
+}  // namespace vt

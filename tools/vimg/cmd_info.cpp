@@ -1,0 +1,275 @@
+// vimg info: the header, fields, texts and (--chunks) chunk tree of native images.
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <vora/foundation/fl.h>
+#include <vora/ilib.h>
+
+#include "commands.h"
+#include "json.h"
+
+namespace vimg {
+
+namespace {
+
+struct Options {
+  std::vector<std::string> files;
+  bool chunks = false;
+  bool json = false;
+};
+
+std::string idText(uint32_t id) {
+  std::string s;
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    char c = char(id >> shift);
+    s += isprint(static_cast<unsigned char>(c)) ? c : '?';
+  }
+  return s;
+}
+
+// A field's bytes as text when they are printable, else as hex (the first 32 bytes).
+std::string preview(const unsigned char* d, int n) {
+  bool text = n > 0;
+  for (int i = 0; i < n; ++i)
+    if (!isprint(d[i])) text = false;
+  if (text) return std::string(reinterpret_cast<const char*>(d), size_t(n));
+  std::string h;
+  char b[4];
+  for (int i = 0; i < n && i < 32; ++i) {
+    snprintf(b, sizeof b, "%02x", d[i]);
+    h += b;
+  }
+  return n > 32 ? h + "..." : h;
+}
+
+std::string compressText(int code) {
+  const char* n = ILcompressname(code);
+  return n ? n : "unknown (" + std::to_string(code) + ")";
+}
+
+// One chunk or group of the tree.
+struct Node {
+  int64_t offset;
+  std::string id, type;
+  uint32_t size;
+  std::vector<Node> children;
+};
+
+// Walks every chunk and group from the current position; stops quietly at a malformed item and
+// reports it through problem.
+void walk(FLfile* f, std::vector<Node>& out, std::string& problem, int depth) {
+  for (;;) {
+    int64_t at = FLtell(f);
+    FLid id;
+    uint32_t size;
+    int r = FLbgnget(f, &id, &size);
+    if (r == FL_END) return;
+    if (r) {
+      problem = "at offset " + std::to_string(at) + ": " + FLstrerror(r);
+      return;
+    }
+    Node n{at, idText(id), "", size, {}};
+    if (FLisgroup(id)) {
+      FLid type;
+      if (FLbgnrgroup(f, &type) != 0) {
+        problem = "at offset " + std::to_string(at) + ": group without a type";
+        out.push_back(n);
+        return;
+      }
+      n.type = idText(type);
+      walk(f, n.children, problem, depth + 1);
+      out.push_back(n);
+      if (!problem.empty() || FLendrgroup(f) != 0) return;
+    } else {
+      out.push_back(n);
+      if (FLendget(f) != 0) {
+        problem = "at offset " + std::to_string(at) + ": chunk runs past the data";
+        return;
+      }
+    }
+  }
+}
+
+void printTree(const std::vector<Node>& nodes, int depth) {
+  for (const Node& n : nodes) {
+    printf("  %*s%-4s %10lld  size %u%s%s\n", depth * 2, "", n.id.c_str(), (long long)n.offset,
+           n.size, n.type.empty() ? "" : "  type ", n.type.c_str());
+    printTree(n.children, depth + 1);
+  }
+}
+
+void jsonTree(Json& j, const std::vector<Node>& nodes) {
+  j.beginArray();
+  for (const Node& n : nodes) {
+    j.beginObject().field("id", n.id).field("offset", n.offset).field("size", n.size);
+    if (!n.type.empty()) {
+      j.field("type", n.type).key("children");
+      jsonTree(j, n.children);
+    }
+    j.endObject();
+  }
+  j.endArray();
+}
+
+struct FieldInfo {
+  std::string tag;
+  uint32_t tagValue;
+  int count;
+  std::string value;
+};
+
+struct Report {
+  std::string file;
+  std::string error;
+  int code = 0;
+  ILheader hdr{};
+  uint32_t version = 0;
+  float dpi = 0;
+  std::vector<FieldInfo> fields;
+  std::string auth, date;
+  std::vector<Node> tree;
+  std::string treeProblem;
+};
+
+Report inspect(const std::string& file, bool chunks) {
+  Report rep;
+  rep.file = file;
+  ILimage* img = ILopen(file.c_str(), "r");
+  const ILheader* hdr = img ? ILgetheader(img) : nullptr;
+  if (!hdr) {
+    rep.code = flerrno;
+    rep.error = FLstrerror(rep.code);
+    if (rep.code == FL_EOPEN) rep.error += std::string(": ") + strerror(FLoserror());
+    if (rep.code == 111 || rep.code == 102)
+      rep.error = "not a native image, and no conversion program turned it into one (set ILICVT "
+                  "to a command that writes a native image to its standard output)";
+    if (img) ILclose(img);
+    return rep;
+  }
+  rep.hdr = *hdr;
+  rep.version = ILgetversion(img);
+  rep.dpi = ILgetresolution(img);
+  for (int i = 0; uint32_t tag = ILfieldtag(img, i); ++i) {
+    const void* d;
+    int n = ILgetfield(img, tag, &d);
+    rep.fields.push_back({idText(tag), tag, n, preview(static_cast<const unsigned char*>(d), n)});
+  }
+  const char* t;
+  int n = ILgetchunktext(img, FL_ID('A', 'U', 'T', 'H'), &t);
+  rep.auth.assign(t, size_t(n));
+  n = ILgetchunktext(img, FL_ID('D', 'A', 'T', 'E'), &t);
+  rep.date.assign(t, size_t(n));
+  ILclose(img);
+  if (chunks) {
+    FLfile* f = FLopen(file.c_str(), "r");
+    if (f) {
+      walk(f, rep.tree, rep.treeProblem, 0);
+      FLclose(f);
+    }
+  }
+  return rep;
+}
+
+// The tag as the machine that wrote it saw the word: "DPI " written on a little-endian machine
+// reads back as the same word here.
+std::string tagText(uint32_t tag) { return idText(tag); }
+
+void printText(const Report& r, bool chunks) {
+  if (!r.error.empty()) return;
+  char type[64];
+  printf("%s\n", r.file.c_str());
+  printf("  size         %u x %u\n", r.hdr.width, r.hdr.height);
+  printf("  type         %s\n", ILdescribetype(int(r.hdr.type), type, sizeof type));
+  printf("  bytes        %u per channel\n", r.hdr.bytes);
+  printf("  tiles        %u\n", r.hdr.tiles);
+  printf("  compression  %s\n", compressText(int(r.hdr.compress)).c_str());
+  printf("  origin       %u, %u\n", r.hdr.orgx, r.hdr.orgy);
+  printf("  ratio        %u:%u\n", r.hdr.aspnum, r.hdr.aspden);
+  printf("  version      0x%08x\n", r.version);
+  printf("  resolution   %g dpi\n", double(r.dpi));
+  for (const FieldInfo& f : r.fields)
+    printf("  field        '%s' (%d bytes%s): %s\n", tagText(f.tagValue).c_str(), f.count,
+           (f.tagValue & 0x10) ? ", copied" : "", f.value.c_str());
+  if (!r.auth.empty()) printf("  author       %s\n", r.auth.c_str());
+  if (!r.date.empty()) printf("  date         %s\n", r.date.c_str());
+  if (chunks) {
+    printf("  chunks\n");
+    printTree(r.tree, 1);
+    if (!r.treeProblem.empty()) printf("  (chunk walk stopped %s)\n", r.treeProblem.c_str());
+  }
+}
+
+void addJson(Json& j, const Report& r, bool chunks) {
+  j.beginObject().field("file", r.file);
+  if (!r.error.empty()) {
+    j.field("error", r.error).field("code", r.code).endObject();
+    return;
+  }
+  char type[64];
+  j.field("format", "iff")
+      .field("width", r.hdr.width)
+      .field("height", r.hdr.height)
+      .field("type", r.hdr.type)
+      .field("type_text", ILdescribetype(int(r.hdr.type), type, sizeof type))
+      .field("bytes", uint32_t(r.hdr.bytes))
+      .field("tiles", uint32_t(r.hdr.tiles))
+      .field("compression", r.hdr.compress)
+      .field("compression_text", compressText(int(r.hdr.compress)))
+      .key("origin")
+      .beginArray()
+      .value(r.hdr.orgx)
+      .value(r.hdr.orgy)
+      .endArray()
+      .key("ratio")
+      .beginArray()
+      .value(uint32_t(r.hdr.aspnum))
+      .value(uint32_t(r.hdr.aspden))
+      .endArray()
+      .field("version", r.version)
+      .field("resolution", double(r.dpi))
+      .key("fields")
+      .beginArray();
+  for (const FieldInfo& f : r.fields)
+    j.beginObject().field("tag", f.tag).field("count", f.count).field("value", f.value).endObject();
+  j.endArray().field("author", r.auth).field("date", r.date);
+  if (chunks) {
+    j.key("chunks");
+    jsonTree(j, r.tree);
+    if (!r.treeProblem.empty()) j.field("chunk_problem", r.treeProblem);
+  }
+  j.endObject();
+}
+
+void run(const Options& o) {
+  Json j;
+  if (o.json) j.beginObject().key("files").beginArray();
+  for (const std::string& file : o.files) {
+    Report r = inspect(file, o.chunks);
+    if (!r.error.empty()) {
+      exitStatus = 1;
+      fprintf(stderr, "vimg: %s: %s (error %d)\n", file.c_str(), r.error.c_str(), r.code);
+    }
+    if (o.json) addJson(j, r, o.chunks);
+    else printText(r, o.chunks);
+  }
+  if (o.json) {
+    j.endArray().endObject();
+    printf("%s\n", j.str().c_str());
+  }
+}
+
+}  // namespace
+
+void registerInfo(CLI::App& app) {
+  auto opt = std::make_shared<Options>();
+  CLI::App* cmd = app.add_subcommand("info", "describe images: header, fields, texts, chunks");
+  cmd->add_option("files", opt->files, "image files")->required();
+  cmd->add_flag("--chunks", opt->chunks, "also list the chunk tree with offsets and sizes");
+  cmd->add_flag("--json", opt->json, "print one JSON document");
+  cmd->callback([opt] { run(*opt); });
+}
+
+}  // namespace vimg
