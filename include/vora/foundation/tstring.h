@@ -1,0 +1,48 @@
+// Foundation stand-in (ARCHITECTURE.md 3.1): Tstring, a small text class over std::string, and
+// TstringArray. Regular-expression matching (matchesRegexp) arrives with Part 2.5, which chooses
+// the engine.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <vora/export.h>
+
+class VORA_API Tstring {
+ public:
+  Tstring() = default;
+  Tstring(const char* s) : s_(s ? s : "") {}  // implicit, as the host's type
+  Tstring(std::string s) : s_(std::move(s)) {}
+
+  // printf-style formatting into a new string.
+  static Tstring tFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+  const char* asChar() const { return s_.c_str(); }
+  operator const char*() const { return s_.c_str(); }
+  const std::string& str() const { return s_; }
+  size_t length() const { return s_.size(); }
+  bool isEmpty() const { return s_.empty(); }
+
+  // Text after the last '.' of the last path component, or "".
+  Tstring extension() const;
+  // Pieces between separators (any character of seps); empty pieces are kept.
+  std::vector<Tstring> split(const char* seps) const;
+  // Every occurrence of from replaced by to; returns the number of replacements.
+  int substitute(const char* from, const char* to);
+  // True when the whole text is a decimal 32-bit integer (optional sign); value receives it.
+  bool isInt32(int32_t* value = nullptr) const;
+
+  Tstring& operator+=(const Tstring& o) {
+    s_ += o.s_;
+    return *this;
+  }
+  friend Tstring operator+(Tstring a, const Tstring& b) { return a += b; }
+  friend bool operator==(const Tstring& a, const Tstring& b) { return a.s_ == b.s_; }
+  friend bool operator<(const Tstring& a, const Tstring& b) { return a.s_ < b.s_; }
+
+ private:
+  std::string s_;
+};
+
+using TstringArray = std::vector<Tstring>;
