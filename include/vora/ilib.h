@@ -144,6 +144,45 @@ VORA_API int ILcopyfields(ILimage* to, ILimage* from);
  * extension. extra is reserved (pass 0). */
 VORA_API int ILrange(const char* name, double range[3], char* realname, int extra);
 
+/* ---- Part 1.2: scan-line packing -------------------------------------------------------- */
+/* Pack descriptor, fields in the Part's order. Pixels are elements of (byteelems ? 1 : bytes)
+ * bytes, epp per pixel, pitch pixels per row (0: width). Slots refer to the rotated order
+ * (ConvertBGRAtoABGR): slot 0 alpha, slots 1-3 colour. */
+typedef struct ILpackdesc {
+  uint32_t width;
+  uint32_t rows;
+  uint32_t bytes;     /* bytes per element in the file: 1, 2 or 4 */
+  uint32_t mask;      /* present slots, bit 0 to bit 3 */
+  uint32_t options;   /* 1: decoders leave the alpha slot untouched ("QRL") */
+  uint32_t epp;       /* element slots per pixel in the caller's buffer */
+  uint32_t pitch;     /* pixels from one row's start to the next; 0 means width */
+  uint32_t byteelems; /* nonzero: elements in memory are single bytes whatever bytes says */
+  uint32_t packed;    /* decoders: bytes of packed input */
+  unsigned char** lookups; /* four per-slot 256-entry tables or null (1-byte elements only) */
+} ILpackdesc;
+
+/* Raw size of a block: set bits of mask x width x bytes x rows. */
+VORA_API uint32_t ILrawsize(const ILpackdesc* d);
+/* Encoders write at most ILrawsize bytes to out and return the count; they rotate the caller's
+ * pixels and rotate them back (4-byte elements stay byte-rotated: deliberate). Decoders read
+ * d->packed bytes and return the bytes filled (width x rows x epp x element size), or 0 with
+ * flerrno 23 when a packet overruns its plane or row. */
+VORA_API uint32_t ILpack(ILpackdesc* d, unsigned char* pixels, unsigned char* out);
+VORA_API uint32_t ILunpack(ILpackdesc* d, const unsigned char* in, unsigned char* pixels);
+VORA_API uint32_t ILpackrle(ILpackdesc* d, unsigned char* pixels, unsigned char* out);
+VORA_API uint32_t ILunpackrle(ILpackdesc* d, const unsigned char* in, unsigned char* pixels);
+VORA_API uint32_t ILpackqrl(ILpackdesc* d, unsigned char* pixels, unsigned char* out);
+VORA_API uint32_t ILunpackqrl(ILpackdesc* d, const unsigned char* in, unsigned char* pixels);
+VORA_API uint32_t ILpackqr4(ILpackdesc* d, unsigned char* pixels, unsigned char* out);
+VORA_API uint32_t ILunpackqr4(ILpackdesc* d, const unsigned char* in, unsigned char* pixels);
+/* e0 e1 e2 e3 -> e3 e0 e1 e2 (element sizes 1 and 2; 4-byte elements rotate their bytes). */
+VORA_API void ConvertBGRAtoABGR(const ILpackdesc* d, unsigned char* pixels);
+/* e0 e1 e2 e3 -> e1 e2 e3 e0 (element sizes 1, 2 and 4). Only when epp is 4. */
+VORA_API void ConvertABGRtoBGRA(const ILpackdesc* d, unsigned char* pixels);
+
+typedef uint32_t (*ILpacker)(ILpackdesc* d, unsigned char* pixels, unsigned char* out);
+typedef uint32_t (*ILunpacker)(ILpackdesc* d, const unsigned char* in, unsigned char* pixels);
+
 #ifdef __cplusplus
 }
 #endif

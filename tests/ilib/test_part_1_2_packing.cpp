@@ -1,0 +1,266 @@
+// Part 1.2: scan-line packing, byte for byte.
+#include <gtest/gtest.h>
+#include <vora/ilib.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "support/test_support.h"
+
+using vt::Bytes;
+
+namespace {
+
+ILpackdesc desc(uint32_t w, uint32_t rows, uint32_t bytes, uint32_t mask, uint32_t epp) {
+  ILpackdesc d{};
+  d.width = w;
+  d.rows = rows;
+  d.bytes = bytes;
+  d.mask = mask;
+  d.epp = epp;
+  return d;
+}
+
+Bytes packWith(ILpacker f, ILpackdesc d, Bytes pixels) {
+  Bytes out(ILrawsize(&d) + 16, 0xEE);
+  uint32_t n = f(&d, pixels.data(), out.data());
+  out.resize(n);
+  return out;
+}
+
+// One stream (mask 1, one element per pixel: no rotation) of the given bytes.
+Bytes packStream(const Bytes& stream) {
+  return packWith(ILpackrle, desc(uint32_t(stream.size()), 1, 1, 1, 1), stream);
+}
+
+Bytes repeat(uint8_t v, size_t n) { return Bytes(n, v); }
+Bytes range(int from, int count) {
+  Bytes b;
+  for (int i = 0; i < count; ++i) b.push_back(uint8_t(from + i));
+  return b;
+}
+
+}  // namespace
+
+TEST(Part1_2, RleExactBytesRunsAndLiteralsSplitAt128) {
+  Bytes s = vt::cat({repeat('A', 150), range(100, 150)});
+  Bytes expect = vt::cat({{0xFF, 'A'}, {0x95, 'A'}, {0x7F}, range(100, 128), {0x15}, range(228, 22)});
+  EXPECT_EQ(vt::hex(packStream(s)), vt::hex(expect));
+}
+
+// Edge case: two equal bytes at the start of a stream form a run of 2; two equal bytes inside a
+// literal stay in the literal.
+TEST(Part1_2_EdgeCases, TwoEqualBytesAtStartRunInsideLiteralStay) {
+  Bytes s = vt::cat({{5, 5}, {1, 2, 2, 3}, range(20, 120), repeat(9, 74)});
+  Bytes expect = vt::cat({{0x81, 5}, {0x7B, 1, 2, 2, 3}, range(20, 120), {0xC9, 9}});
+  EXPECT_EQ(vt::hex(packStream(s)), vt::hex(expect));
+}
+
+// Edge case: a block whose "RLE" form would be 127 bytes or less is written raw.
+TEST(Part1_2_EdgeCases, RleFormUnder128BytesIsWrittenRaw) {
+  Bytes s = repeat(7, 4000);  // 32 runs: 64 packed bytes
+  Bytes out = packStream(s);
+  EXPECT_EQ(out.size(), 4000u);
+  EXPECT_EQ(out, s);
+  // 64 runs give exactly 128 bytes: packed.
+  EXPECT_EQ(packStream(repeat(7, 64 * 128)).size(), 128u);
+  // 127 bytes: literal of 124 + run of 3 ... stored raw.
+  Bytes t = vt::cat({range(0, 125), repeat(200, 3)});
+  EXPECT_EQ(packStream(vt::cat({t, repeat(200, 100)})).size(), 128u);
+}
+
+// Edge case: no run covers more than 128 bytes (0xFF at most), no literal more than 128 (0x7F);
+// a packed result that would reach the raw size is replaced by the raw data.
+TEST(Part1_2_EdgeCases, PacketLimitsAndRawWhenNotSmaller) {
+  std::mt19937 rng(7);
+  Bytes s;
+  for (int i = 0; i < 5000; ++i) {
+    int len = 1 + int(rng() % 300);
+    uint8_t v = uint8_t(rng());
+    if (rng() % 2) s.insert(s.end(), size_t(len), v);
+    else for (int k = 0; k < len; ++k) s.push_back(uint8_t(rng()));
+  }
+  Bytes out = packStream(s);
+  ASSERT_LT(out.size(), s.size());
+  size_t i = 0, decoded = 0;
+  while (i < out.size()) {
+    uint8_t h = out[i];
+    size_t n = (h & 0x7F) + 1;
+    EXPECT_LE(n, 128u);
+    i += (h & 0x80) ? 2 : 1 + n;
+    decoded += n;
+  }
+  EXPECT_EQ(decoded, s.size());
+  // Random bytes do not pack below their size: raw.
+  Bytes noise(4096);
+  for (auto& b : noise) b = uint8_t(rng());
+  EXPECT_EQ(packStream(noise), noise);
+}
+
+// Edge case: for 16-bit data, all high bytes of every slot come before all low bytes.
+TEST(Part1_2_EdgeCases, SixteenBitHighPlanesBeforeLowPlanes) {
+  const uint16_t px[4] = {0x1122, 0x3344, 0x5566, 0x7788};  // memory order B, G, R, A
+  Bytes pixels(1024 * 8);
+  for (size_t i = 0; i < 1024; ++i) memcpy(&pixels[i * 8], px, 8);
+  Bytes expect;
+  for (uint8_t v : {0x77, 0x11, 0x33, 0x55, 0x88, 0x22, 0x44, 0x66})  // A B G R high, then low
+    for (int k = 0; k < 8; ++k) expect.insert(expect.end(), {0xFF, v});
+  EXPECT_EQ(vt::hex(packWith(ILpackrle, desc(1024, 1, 2, 15, 4), pixels)), vt::hex(expect));
+}
+
+TEST(Part1_2, NoneIsPixelInterleavedInSlotOrderWithLookups) {
+  // Memory B G R A; rotated slots 0 A, 1 B, 2 G, 3 R; RGB only (mask 14) writes B G R.
+  Bytes pixels = {1, 2, 3, 4, 5, 6, 7, 8};
+  ILpackdesc d = desc(2, 1, 1, 14, 4);
+  EXPECT_EQ(vt::hex(packWith(ILpack, d, pixels)), "010203050607");
+  unsigned char invert[256];
+  for (int i = 0; i < 256; ++i) invert[i] = uint8_t(255 - i);
+  unsigned char* tables[4] = {nullptr, invert, nullptr, nullptr};  // slot 1 = blue
+  d.lookups = tables;
+  Bytes copy = pixels;
+  EXPECT_EQ(vt::hex(packWith(ILpack, d, copy)), "fe0203fa0607");
+  EXPECT_EQ(copy, pixels);  // the caller's pixels are unchanged afterwards
+  // 16-bit elements big-endian, 32-bit words big-endian.
+  uint16_t w16[4] = {0x0102, 0x0304, 0x0506, 0x0708};
+  Bytes p16(8);
+  memcpy(p16.data(), w16, 8);
+  EXPECT_EQ(vt::hex(packWith(ILpack, desc(1, 1, 2, 15, 4), p16)), "0708010203040506");
+  float z = 1.0f;
+  Bytes pz(4);
+  memcpy(pz.data(), &z, 4);
+  EXPECT_EQ(vt::hex(packWith(ILpack, desc(1, 1, 4, 1, 1), pz)), "3f800000");
+}
+
+TEST(Part1_2, QrlExactBytesAndSlotThreeReadsBackZero) {
+  // Six BGRA pixels: four equal, then two different.
+  Bytes pixels = vt::cat({{1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {5, 6, 7, 8},
+                          {9, 10, 11, 12}});
+  ILpackdesc d = desc(6, 1, 1, 15, 4);
+  Bytes packed = packWith(ILpackqrl, d, pixels);
+  // Colours (bits 16-23, 8-15, 0-7 of the rotated word: G, B, A), then the alpha row.
+  EXPECT_EQ(vt::hex(packed), "83020104010605080a090c8304" "01080c");
+  Bytes back(pixels.size(), 0xEE);
+  d.packed = uint32_t(packed.size());
+  ASSERT_EQ(ILunpackqrl(&d, packed.data(), back.data()), 24u);
+  EXPECT_EQ(vt::hex(back), vt::hex(vt::cat({{1, 2, 0, 4}, {1, 2, 0, 4}, {1, 2, 0, 4},
+                                           {1, 2, 0, 4}, {5, 6, 0, 8}, {9, 10, 0, 12}})));
+}
+
+TEST(Part1_2, Qr4ExactBytes) {
+  Bytes pixels = vt::cat({{1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {5, 6, 7, 8},
+                          {9, 10, 11, 12}});
+  ILpackdesc d = desc(6, 1, 1, 15, 4);
+  Bytes packed = packWith(ILpackqr4, d, pixels);
+  EXPECT_EQ(vt::hex(packed), "8303020104" "01070605080b0a090c");
+  Bytes back(pixels.size());
+  d.packed = uint32_t(packed.size());
+  ASSERT_EQ(ILunpackqr4(&d, packed.data(), back.data()), 24u);
+  EXPECT_EQ(back, pixels);
+  // Not four slots: handed to QRL, then RLE.
+  ILpackdesc rgb = desc(6, 1, 1, 14, 4);
+  EXPECT_EQ(packWith(ILpackqr4, rgb, pixels), packWith(ILpackqrl, rgb, pixels));
+  ILpackdesc alpha = desc(6, 1, 1, 1, 4);
+  EXPECT_EQ(packWith(ILpackqrl, alpha, pixels), packWith(ILpackrle, alpha, pixels));
+}
+
+TEST(Part1_2, RotationsAreDeliberatelyAsymmetricForFourByteElements) {
+  uint8_t one[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+  ILpackdesc d = desc(2, 1, 1, 15, 4);
+  ConvertBGRAtoABGR(&d, one);
+  EXPECT_EQ(vt::hex(Bytes(one, one + 8)), "0401020308050607");
+  ConvertABGRtoBGRA(&d, one);
+  EXPECT_EQ(vt::hex(Bytes(one, one + 8)), "0102030405060708");
+  uint32_t words[4] = {0x11223344, 0x55667788, 0x99AABBCC, 0xDDEEFF00};
+  ILpackdesc d4 = desc(1, 1, 4, 15, 4);
+  ConvertBGRAtoABGR(&d4, reinterpret_cast<unsigned char*>(words));  // bytes inside each element
+  EXPECT_EQ(words[0], 0x22334411u);
+  ConvertABGRtoBGRA(&d4, reinterpret_cast<unsigned char*>(words));  // whole elements
+  EXPECT_EQ(words[0], 0x66778855u);
+  EXPECT_EQ(words[3], 0x22334411u);
+  ILpackdesc three = desc(2, 1, 1, 7, 3);  // only with four elements per pixel
+  uint8_t p3[6] = {1, 2, 3, 4, 5, 6};
+  ConvertBGRAtoABGR(&three, p3);
+  EXPECT_EQ(p3[0], 1);
+}
+
+TEST(Part1_2, DecodersFailWith23OnOverrun) {
+  ILpackdesc d = desc(200, 1, 1, 1, 1);
+  Bytes pixels(200);
+  Bytes bad = {0xFF, 1, 0xFF, 1};  // 256 bytes for a 200-byte plane
+  d.packed = uint32_t(bad.size());
+  flerrno = 0;
+  EXPECT_EQ(ILunpackrle(&d, bad.data(), pixels.data()), 0u);
+  EXPECT_EQ(flerrno, 23);
+  Bytes shortIn = {0x7F, 1, 2};  // a literal past the end of the input
+  d.packed = uint32_t(shortIn.size());
+  EXPECT_EQ(ILunpackrle(&d, shortIn.data(), pixels.data()), 0u);
+  Bytes row = {0x85, 1, 2, 3};  // a QRL run of 6 pixels in a row of 4
+  ILpackdesc q = desc(4, 2, 1, 14, 4);
+  q.packed = uint32_t(row.size());
+  Bytes px(32);
+  EXPECT_EQ(ILunpackqrl(&q, row.data(), px.data()), 0u);
+  EXPECT_EQ(flerrno, 23);
+  d.packed = 10;  // raw data must be whole
+  EXPECT_EQ(ILunpack(&d, bad.data(), pixels.data()), 0u);
+}
+
+// Round trips of every codec, 8 and 16 bits, several masks, with a row pitch wider than the block.
+TEST(Part1_2, RoundTripsEveryCodecWithPitch) {
+  std::mt19937 rng(3);
+  struct Codec {
+    ILpacker pack;
+    ILunpacker unpack;
+  } codecs[] = {{ILpack, ILunpack}, {ILpackrle, ILunpackrle}, {ILpackqrl, ILunpackqrl},
+                {ILpackqr4, ILunpackqr4}};
+  for (const Codec& c : codecs)
+    for (uint32_t bytes : {1u, 2u})
+      for (uint32_t mask : {15u, 14u, 1u, 5u})
+        for (uint32_t w : {1u, 63u, 130u}) {
+          uint32_t rows = 37, pitch = w + 5;
+          size_t n = size_t(pitch) * rows * 4 * bytes;
+          Bytes src(n);
+          for (size_t i = 0; i < n; ++i) src[i] = uint8_t((rng() % 4) ? (i / 97) : rng());
+          ILpackdesc d = desc(w, rows, bytes, mask, 4);
+          d.pitch = pitch;
+          Bytes keep = src;
+          Bytes packed(ILrawsize(&d));
+          uint32_t np = c.pack(&d, src.data(), packed.data());
+          ASSERT_EQ(src, keep);
+          ASSERT_LE(np, ILrawsize(&d));
+          Bytes back = src;  // slots not present keep their bytes
+          d.packed = np;
+          ASSERT_EQ(c.unpack(&d, packed.data(), back.data()), uint32_t(w * rows * 4 * bytes));
+          // QRL drops slot 3 unless it fell back to the raw form.
+          bool qrlLoss = (c.pack == ILpackqrl || (c.pack == ILpackqr4 && mask != 15)) &&
+                         bytes == 1 && flbitset[mask] >= 3 && np < ILrawsize(&d);
+          for (uint32_t y = 0; y < rows; ++y)
+            for (uint32_t x = 0; x < w; ++x)
+              for (uint32_t e = 0; e < 4; ++e) {
+                // Memory element e is rotated slot (e + 1) % 4; QRL does not keep slot 3 (red).
+                uint32_t slot = (e + 1) % 4;
+                size_t at = ((size_t(y) * pitch + x) * 4 + e) * bytes;
+                for (uint32_t b = 0; b < bytes; ++b) {
+                  uint8_t want = (mask & (1u << slot)) ? keep[at + b] : back[at + b];
+                  if (qrlLoss && slot == 3) want = 0;
+                  ASSERT_EQ(back[at + b], want) << c.pack << " bytes " << bytes << " mask " << mask
+                                                << " w " << w << " at " << x << "," << y;
+                }
+              }
+        }
+}
+
+TEST(Part1_2, SixteenBitFileReadAsBytesKeepsTheHighByte) {
+  uint16_t px[4] = {0x1122, 0x3344, 0x5566, 0x7788};
+  Bytes pixels(300 * 8);
+  for (size_t i = 0; i < 300; ++i) memcpy(&pixels[i * 8], px, 8);
+  for (ILpacker pack : {ILpack, ILpackrle}) {
+    ILpackdesc d = desc(300, 1, 2, 15, 4);
+    Bytes packed(ILrawsize(&d));
+    d.packed = pack(&d, pixels.data(), packed.data());
+    d.byteelems = 1;
+    Bytes back(300 * 4);
+    ASSERT_EQ((pack == ILpack ? ILunpack : ILunpackrle)(&d, packed.data(), back.data()), 1200u);
+    EXPECT_EQ(vt::hex(Bytes(back.begin(), back.begin() + 4)), "11335577");
+  }
+}
