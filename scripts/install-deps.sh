@@ -10,6 +10,8 @@ PACKAGES=(
   zlib1g-dev qt6-base-dev libcli11-dev libmuparser-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev python3
+  # the OpenImageIO Python bindings (interop tests) hand pixels over as numpy arrays
+  python3-numpy
   # peers for interoperability tests and side-by-side benchmarks
   openimageio-tools python3-openimageio imagemagick opencolorio-tools libopencolorio-dev ffmpeg
   hyperfine

@@ -180,6 +180,28 @@ VORA_API void ConvertBGRAtoABGR(const ILpackdesc* d, unsigned char* pixels);
 /* e0 e1 e2 e3 -> e1 e2 e3 e0 (element sizes 1, 2 and 4). Only when epp is 4. */
 VORA_API void ConvertABGRtoBGRA(const ILpackdesc* d, unsigned char* pixels);
 
+/* ---- Part 1.3: line and tile input/output ------------------------------------------------ */
+/* Pixels are tile or line buffers in the layout ILinitio describes: 4 elements per pixel in memory
+ * order blue, green, red, alpha (or only the present channels with state 0x40000), of 1 or 2
+ * bytes; depth is one float per pixel. Rows count from y = 0 at the bottom of the image. */
+VORA_API int ILwritetile(ILimage* handle, void* colour, void* depth, const uint32_t rect[4],
+                         int pitch);
+VORA_API int ILendtile(ILimage* handle);
+VORA_API void* ILbgnline(ILimage* handle, void** depthline);
+VORA_API int ILendline(ILimage* handle);
+VORA_API int ILwriteline(ILimage* handle, const void* colour, const void* depth);
+VORA_API int ILreadline(ILimage* handle, void* colour, void* depth);
+VORA_API int ILgetline(ILimage* handle, void** colour, void** depth);
+/* Whole images; buffers hold height lines from the bottom one up (walked from the top line down
+ * with state 0x10000). ILsave: pitch < 1 means the width. */
+VORA_API int ILsave(ILimage* handle, const void* colour, const void* depth, int pitch);
+VORA_API int ILload(ILimage* handle, void* colour, void* depth);
+/* Decodes every tile straight into the buffers (no ILfill). */
+VORA_API int ILloadbm(ILimage* handle, void* colour, void* depth);
+/* ILload into buffers it allocates (malloc; free them); depth only for images with depth. */
+VORA_API int ILcload(ILimage* handle, void** colour, void** depth);
+VORA_API void ILfill(void* buffer, int width, int height, int bytes, int pitch, int type);
+
 typedef uint32_t (*ILpacker)(ILpackdesc* d, unsigned char* pixels, unsigned char* out);
 typedef uint32_t (*ILunpacker)(ILpackdesc* d, const unsigned char* in, unsigned char* pixels);
 

@@ -1,4 +1,4 @@
-// Part 1.1: the type and compression of an image in words.
+// Part 1.1: the type of an image in words.
 #include <cstdio>
 
 #include <vora/ilib.h>
@@ -13,10 +13,5 @@ const char* ILdescribetype(int type, char* buf, int size) {
   return buf;
 }
 
-const char* ILcompressname(int code) {
-  // The built-in slots of the compressor table (Parts 1.2, 1.5).
-  static const char* const names[] = {"None", "RLE", "QRL", "QR4"};
-  return code >= 0 && code < 4 ? names[code] : nullptr;
-}
 
 }  // extern "C"

@@ -38,6 +38,17 @@ struct Handle {
   uint32_t authlen;
   char* date;
   uint32_t datelen;
+  // Part 1.3: the colour band (tile-height lines of line bytes) and the depth band (lines of
+  // width x 4 bytes), grown with FLgrow and freed at close; line counts.
+  unsigned char* band;
+  size_t bandCap;
+  unsigned char* zband;
+  size_t zbandCap;
+  uint32_t inband;   // writing: lines in the band
+  uint32_t done;     // writing: lines already written; reading: lines handed out
+  unsigned char* line;  // reading: a widened line (state 0x80) or a zero depth line
+  size_t lineCap;
+  struct ReadState* rs;  // reading: tiles met, pending tiles, current band (il_read_tiles.cpp)
 };
 
 inline Handle* H(ILimage* i) { return reinterpret_cast<Handle*>(i); }
@@ -68,5 +79,14 @@ void clearTexts(Handle* h);
 // Field list without the header-done check (readers and ILputheader).
 int putField(Handle* h, uint32_t tag, uint32_t count, const void* data);
 void clearFields(Handle* h);
+
+constexpr FLid kTBMP = FL_ID('T', 'B', 'M', 'P');
+constexpr FLid kRGBA = FL_ID('R', 'G', 'B', 'A');
+constexpr FLid kZBUF = FL_ID('Z', 'B', 'U', 'F');
+
+// Part 1.3: checks that a header can carry pixels (106 size, 108 codec) and sets up ILinitio.
+int pixelSetup(Handle* h);
+// Frees the Part 1.3 buffers and read state.
+void releasePixels(Handle* h);
 
 }  // namespace vora::il

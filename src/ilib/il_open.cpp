@@ -130,6 +130,8 @@ void accept(Handle* h) {
   h->state = IL_ST_READ;
   h->cimgDepth = FLdepth(I(h));
   clearTexts(h);
+  releasePixels(h);  // the pixel state of a previous image
+  h->done = h->inband = 0;
 }
 
 void clearTexts(Handle* h) {
@@ -143,6 +145,7 @@ void releaseHandle(FLfile* f) {
   Handle* h = H(f);
   clearFields(h);
   clearTexts(h);
+  releasePixels(h);
 }
 
 }  // namespace vora::il

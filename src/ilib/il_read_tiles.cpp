@@ -1,0 +1,342 @@
+// Part 1.3: reading pixels: the TBMP group's tiles, decoded into bands of lines (ILreadline,
+// ILgetline) or straight into a whole-image buffer (ILloadbm). Tiles may arrive in any order:
+// those that belong to a later band wait, still packed, until it is read.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "ilib/il_compressors.h"
+#include "ilib/il_handle.h"
+
+using namespace vora::il;
+
+namespace vora::il {
+struct ReadState {
+  struct Tile {
+    uint32_t x0, y0, x1, y1;
+    bool depth;
+    std::vector<unsigned char> packed;
+  };
+  bool entered = false;    // inside the TBMP group
+  bool exhausted = false;  // no further tile in the file
+  uint32_t bandH = 0;      // band height: the height of the first tile met
+  int64_t bandY0 = -1, bandY1 = -1;
+  std::vector<Tile> pending;
+  std::vector<unsigned char> scratch;  // a tile decoded whole when it spans several bands
+};
+}  // namespace vora::il
+
+namespace {
+
+bool topDown(const Handle* h) { return h->state & IL_ST_TOPDOWN; }
+
+// Enters the TBMP group: chunks and other groups before it are skipped.
+int enterPixels(Handle* h, ReadState& rs) {
+  if (rs.entered || rs.exhausted) return 0;
+  FLid id, type;
+  uint32_t size;
+  for (;;) {
+    int r = FLbgnget(I(h), &id, &size);
+    if (r == FL_END) {
+      rs.exhausted = true;  // an image without pixel data reads as zeros
+      return 0;
+    }
+    if (r) return fail(r == FL_EREAD ? FL_EREAD : 101);
+    if (id == kFOR4 && FLbgnrgroup(I(h), &type) == 0) {
+      if (type == kTBMP) {
+        rs.entered = true;
+        return 0;
+      }
+      if (FLendrgroup(I(h)) != 0) return fail(101);
+    } else if (FLendget(I(h)) != 0) {
+      return fail(101);
+    }
+  }
+}
+
+// Reads the next RGBA or ZBUF chunk of the TBMP group; false at its end (or on error, *err set).
+bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err) {
+  *err = 0;
+  if (!rs.entered || rs.exhausted) return false;
+  FLid id;
+  uint32_t size;
+  for (;;) {
+    int r = FLbgnget(I(h), &id, &size);
+    if (r == FL_END) {
+      rs.exhausted = true;
+      return false;
+    }
+    if (r) {
+      *err = fail(r == FL_EREAD ? FL_EREAD : 101);
+      return false;
+    }
+    if ((id == kRGBA || id == kZBUF) && size >= 8) break;
+    if (FLendget(I(h)) != 0) {
+      *err = fail(101);
+      return false;
+    }
+  }
+  unsigned char rect[8];
+  if (FLget(I(h), rect, 8) != 8) {
+    *err = fail(101);
+    return false;
+  }
+  t.x0 = uint32_t(rect[0] << 8 | rect[1]);
+  t.y0 = uint32_t(rect[2] << 8 | rect[3]);
+  t.x1 = uint32_t(rect[4] << 8 | rect[5]);
+  t.y1 = uint32_t(rect[6] << 8 | rect[7]);
+  t.depth = id == kZBUF;
+  if (t.x0 > t.x1 || t.y0 > t.y1 || t.x1 >= h->hdr.width || t.y1 >= h->hdr.height) {
+    *err = fail(109);
+    return false;
+  }
+  // What the chunk holds (checked against the file); on a pipe, grow only as data arrives.
+  uint32_t n = FLgetleft(I(h));
+  t.packed.clear();
+  while (t.packed.size() < n) {
+    size_t at = t.packed.size();
+    size_t step = std::min<size_t>(n - at, size_t(1) << 22);
+    t.packed.resize(at + step);
+    if (FLget(I(h), t.packed.data() + at, step) != int64_t(step)) {
+      *err = fail(101);
+      return false;
+    }
+  }
+  if (FLendget(I(h)) != 0) {
+    *err = fail(101);
+    return false;
+  }
+  return true;
+}
+
+// Decodes a tile into dest (its first row, rows pitch pixels apart).
+int decodeTile(Handle* h, const ReadState::Tile& t, unsigned char* dest, uint32_t pitch) {
+  ILpackdesc d{};
+  d.width = t.x1 - t.x0 + 1;
+  d.rows = t.y1 - t.y0 + 1;
+  d.pitch = pitch;
+  d.packed = uint32_t(t.packed.size());
+  ILunpacker unpack;
+  if (t.depth) {
+    d.bytes = 4;
+    d.mask = 1;
+    d.epp = 1;
+    unpack = h->hdr.compress ? ILunpackrle : ILunpack;
+  } else {
+    unpack = compressorFor(h->hdr.compress).unpack;
+    if (!unpack) return fail(108);
+    d.bytes = h->hdr.bytes;
+    d.mask = h->chanmask;
+    d.epp = h->bpp;
+    d.byteelems = (h->state & IL_ST_READ16) ? 0 : 1;
+    d.lookups = h->lookups;
+    if (d.mask == 0) return 0;
+  }
+  if (unpack(&d, t.packed.data(), dest) == 0) return fail(FL_EOVERRUN);
+  return 0;
+}
+
+// Places the rows of a tile that fall in the current band; returns the pixels placed.
+int placeInBand(Handle* h, ReadState& rs, const ReadState::Tile& t, uint64_t* placed) {
+  uint32_t y0 = std::max<uint32_t>(t.y0, uint32_t(rs.bandY0));
+  uint32_t y1 = std::min<uint32_t>(t.y1, uint32_t(rs.bandY1));
+  if (y0 > y1) return 0;
+  const uint32_t width = h->hdr.width;
+  size_t px = t.depth ? 4 : h->pstride;
+  unsigned char* band = t.depth ? h->zband : h->band;
+  size_t bandRow = t.depth ? size_t(width) * 4 : h->linebytes;
+  if (!band) return 0;
+  unsigned char* dest = band + (t.y0 - rs.bandY0) * bandRow + t.x0 * px;
+  if (t.y0 >= rs.bandY0 && t.y1 <= rs.bandY1) {
+    if (int r = decodeTile(h, t, dest, width)) return r;
+  } else {  // spans several bands: decode whole, copy the rows of this band
+    uint32_t tw = t.x1 - t.x0 + 1, th = t.y1 - t.y0 + 1;
+    rs.scratch.resize(size_t(tw) * th * px);
+    if (int r = decodeTile(h, t, rs.scratch.data(), tw)) return r;
+    for (uint32_t y = y0; y <= y1; ++y)
+      memcpy(band + (y - rs.bandY0) * bandRow + t.x0 * px,
+             rs.scratch.data() + size_t(y - t.y0) * tw * px, tw * px);
+  }
+  if (!t.depth && !(h->state & IL_ST_PACKED))
+    ILfill(band + (y0 - rs.bandY0) * bandRow + t.x0 * px, int(t.x1 - t.x0 + 1), int(y1 - y0 + 1),
+           (h->state & IL_ST_READ16) ? 2 : 1, int(width), int(h->hdr.type));
+  *placed += uint64_t(t.x1 - t.x0 + 1) * (y1 - y0 + 1);
+  return 0;
+}
+
+// True when the tile still has rows in bands not yet read (in the reading direction).
+bool neededLater(const Handle* h, const ReadState& rs, const ReadState::Tile& t) {
+  return topDown(h) ? int64_t(t.y0) < rs.bandY0 : int64_t(t.y1) > rs.bandY1;
+}
+
+// Fills the band that holds line y with every tile (part) that belongs to it.
+int fillBand(Handle* h, ReadState& rs, uint32_t y) {
+  int err = 0;
+  if (rs.bandH == 0) {  // learn the band height from the first tile
+    ReadState::Tile t;
+    if (nextTile(h, rs, t, &err)) {
+      rs.bandH = t.y1 - t.y0 + 1;
+      rs.pending.push_back(std::move(t));
+    } else if (err) {
+      return err;
+    } else {
+      rs.bandH = std::min<uint32_t>(64, h->hdr.height);
+    }
+  }
+  const uint32_t height = h->hdr.height, width = h->hdr.width;
+  rs.bandY0 = int64_t(y / rs.bandH) * rs.bandH;
+  rs.bandY1 = std::min<int64_t>(rs.bandY0 + rs.bandH, height) - 1;
+  uint32_t rows = uint32_t(rs.bandY1 - rs.bandY0 + 1);
+  void* band = h->band;
+  if (!FLgrow(&band, &h->bandCap, size_t(rs.bandH) * h->linebytes)) return flerrno;
+  h->band = static_cast<unsigned char*>(band);
+  memset(h->band, 0, size_t(rows) * h->linebytes);
+  bool depth = h->hdr.type & IL_ZBUFFER;
+  if (depth) {
+    void* zb = h->zband;
+    if (!FLgrow(&zb, &h->zbandCap, size_t(rs.bandH) * width * 4)) return flerrno;
+    h->zband = static_cast<unsigned char*>(zb);
+    memset(h->zband, 0, size_t(rows) * width * 4);
+  }
+  const uint64_t need = uint64_t(width) * rows * (depth ? 2 : 1);
+  uint64_t placed = 0;
+  std::vector<ReadState::Tile> keep;
+  for (ReadState::Tile& t : rs.pending) {
+    if (int r = placeInBand(h, rs, t, &placed)) return r;
+    if (neededLater(h, rs, t)) keep.push_back(std::move(t));
+  }
+  rs.pending.swap(keep);
+  ReadState::Tile t;
+  while (placed < need && nextTile(h, rs, t, &err)) {
+    if (int r = placeInBand(h, rs, t, &placed)) return r;
+    if (neededLater(h, rs, t)) rs.pending.push_back(std::move(t));
+  }
+  return err;
+}
+
+ReadState* readState(Handle* h) {
+  if (!h->rs) h->rs = new (std::nothrow) ReadState;
+  if (!h->rs) fail(FL_ENOMEM);
+  return h->rs;
+}
+
+// The first pixel call of a read handle: header, layout, the TBMP group.
+int beginReading(Handle* h, ReadState** rs) {
+  if (!(h->fl.flags & FL_READ)) return fail(FL_EMODE);
+  if (!ILgetheader(I(h))) return flerrno;
+  if (h->state & IL_ST_FINISHED) return fail(107);
+  if (!(*rs = readState(h))) return flerrno;
+  if (!(*rs)->entered && !(*rs)->exhausted) {
+    if (int r = pixelSetup(h)) return r;
+    if (!compressorFor(h->hdr.compress).unpack) return fail(108);
+    h->state |= IL_ST_TILEGROUP | IL_ST_LINEMODE;
+    return enterPixels(h, **rs);
+  }
+  return 0;
+}
+
+// All lines handed out: the group is left, further reads give 107.
+void finishReading(Handle* h, ReadState& rs) {
+  h->state &= ~uint32_t(IL_ST_TILEGROUP | IL_ST_LINEMODE);
+  h->state |= IL_ST_FINISHED;
+  if (rs.entered && !rs.exhausted) FLendrgroup(I(h));
+  rs.entered = false;
+  rs.exhausted = true;
+  rs.pending.clear();
+}
+
+// The band rows of the next line to hand out.
+int nextLine(Handle* h, unsigned char** colour, unsigned char** depth) {
+  ReadState* rs;
+  if (int r = beginReading(h, &rs)) return r;
+  uint32_t y = topDown(h) ? h->hdr.height - 1 - h->done : h->done;
+  if (rs->bandY0 < 0 || y < rs->bandY0 || y > rs->bandY1)
+    if (int r = fillBand(h, *rs, y)) return r;
+  *colour = h->band + size_t(y - rs->bandY0) * h->linebytes;
+  *depth = h->zband && (h->hdr.type & IL_ZBUFFER) ? h->zband + size_t(y - rs->bandY0) * h->hdr.width * 4
+                                                  : nullptr;
+  if (++h->done >= h->hdr.height) finishReading(h, *rs);
+  return 0;
+}
+
+}  // namespace
+
+namespace vora::il {
+
+void releasePixels(Handle* h) {
+  delete h->rs;
+  h->rs = nullptr;
+  free(h->band);
+  free(h->zband);
+  free(h->line);
+  h->band = h->zband = h->line = nullptr;
+  h->bandCap = h->zbandCap = h->lineCap = 0;
+}
+
+}  // namespace vora::il
+
+extern "C" {
+
+int ILgetline(ILimage* handle, void** colour, void** depth) {
+  if (!handle) return fail(FL_ESTATE);
+  Handle* h = H(handle);
+  unsigned char *c = nullptr, *z = nullptr;
+  if (int r = nextLine(h, &c, &z)) return r;
+  const size_t zbytes = size_t(h->hdr.width) * 4;
+  size_t wide = (h->state & IL_ST_WIDEN) ? h->linebytes * 2 : 0;
+  void* line = h->line;
+  if (!FLgrow(&line, &h->lineCap, wide + zbytes)) return flerrno;
+  h->line = static_cast<unsigned char*>(line);
+  if (wide) {  // an 8-bit file delivered at 16 bits: each byte b becomes b, b
+    for (size_t i = 0; i < h->linebytes; ++i) h->line[2 * i] = h->line[2 * i + 1] = c[i];
+    c = h->line;
+  }
+  if (!z) {
+    z = h->line + wide;
+    memset(z, 0, zbytes);
+  }
+  if (colour) *colour = c;
+  if (depth) *depth = z;
+  return 0;
+}
+
+int ILreadline(ILimage* handle, void* colour, void* depth) {
+  void *c, *z;
+  if (int r = ILgetline(handle, &c, &z)) return r;
+  Handle* h = H(handle);
+  size_t bytes = (h->state & IL_ST_WIDEN) ? h->linebytes * 2 : h->linebytes;
+  if (colour) memcpy(colour, c, bytes);
+  if (depth) memcpy(depth, z, size_t(h->hdr.width) * 4);
+  return 0;
+}
+
+int ILloadbm(ILimage* handle, void* colour, void* depth) {
+  if (!handle) return fail(FL_ESTATE);
+  Handle* h = H(handle);
+  ReadState* rs;
+  if (int r = beginReading(h, &rs)) return r;
+  const uint32_t width = h->hdr.width, height = h->hdr.height;
+  // Missing tiles read as zeros.
+  if (colour) memset(colour, 0, size_t(height) * h->linebytes);
+  bool hasDepth = depth && (h->hdr.type & IL_ZBUFFER);
+  if (depth) memset(depth, 0, size_t(width) * height * 4);
+  auto place = [&](const ReadState::Tile& t) -> int {
+    if (t.depth ? !hasDepth : !colour) return 0;
+    unsigned char* base = static_cast<unsigned char*>(t.depth ? depth : colour);
+    size_t px = t.depth ? 4 : h->pstride;
+    return decodeTile(h, t, base + (size_t(t.y0) * width + t.x0) * px, width);
+  };
+  for (const ReadState::Tile& t : rs->pending)
+    if (int r = place(t)) return r;
+  int err = 0;
+  ReadState::Tile t;
+  while (nextTile(h, *rs, t, &err))
+    if (int r = place(t)) return r;
+  if (err) return err;
+  h->done = height;
+  finishReading(h, *rs);
+  return 0;
+}
+
+}  // extern "C"

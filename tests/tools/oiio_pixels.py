@@ -1,0 +1,43 @@
+#!/usr/bin/python3
+"""OpenImageIO as a peer for the interoperability tests (Debian's python3-openimageio).
+
+  oiio_pixels.py read FILE RAWOUT          pixels top row first, channels as stored, uint8 or
+                                           little-endian uint16; prints "W H C BITS"
+  oiio_pixels.py write FILE W H C BITS RAWIN COMPRESSION
+                                           writes FILE with OpenImageIO from such raw pixels
+"""
+import sys
+
+import numpy
+import OpenImageIO as oiio
+
+
+def main():
+    if sys.argv[1] == "read":
+        inp = oiio.ImageInput.open(sys.argv[2])
+        if not inp:
+            sys.exit("cannot open: " + oiio.geterror())
+        spec = inp.spec()
+        bits = 16 if spec.format == oiio.UINT16 else 8
+        data = inp.read_image(oiio.UINT16 if bits == 16 else oiio.UINT8)
+        inp.close()
+        arr = numpy.ascontiguousarray(data)
+        if bits == 16:
+            arr = arr.astype("<u2")
+        open(sys.argv[3], "wb").write(arr.tobytes())
+        print(spec.width, spec.height, spec.nchannels, bits)
+    elif sys.argv[1] == "write":
+        name, w, h, c, bits, raw, comp = sys.argv[2:9]
+        w, h, c, bits = int(w), int(h), int(c), int(bits)
+        dtype = "<u2" if bits == 16 else "u1"
+        arr = numpy.frombuffer(open(raw, "rb").read(), dtype=dtype).reshape(h, w, c)
+        spec = oiio.ImageSpec(w, h, c, oiio.UINT16 if bits == 16 else oiio.UINT8)
+        spec.attribute("compression", comp)
+        out = oiio.ImageOutput.create(name)
+        if not out or not out.open(name, spec):
+            sys.exit("cannot write: " + oiio.geterror())
+        out.write_image(arr)
+        out.close()
+
+
+main()
