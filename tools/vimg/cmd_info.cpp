@@ -18,6 +18,7 @@ namespace {
 struct Options {
   std::vector<std::string> files;
   bool chunks = false;
+  bool tiles = false;
   bool json = false;
 };
 
@@ -50,12 +51,13 @@ std::string compressText(int code) {
   return n ? n : "unknown (" + std::to_string(code) + ")";
 }
 
-// One chunk or group of the tree.
+// One chunk or group of the tree; pixel chunks (RGBA, ZBUF) also carry their tile rectangle.
 struct Node {
   int64_t offset;
   std::string id, type;
   uint32_t size;
   std::vector<Node> children;
+  int rect[4] = {-1, -1, -1, -1};
 };
 
 // Walks every chunk and group from the current position; stops quietly at a malformed item and
@@ -84,6 +86,9 @@ void walk(FLfile* f, std::vector<Node>& out, std::string& problem, int depth) {
       out.push_back(n);
       if (!problem.empty() || FLendrgroup(f) != 0) return;
     } else {
+      uint8_t r[8];
+      if ((n.id == "RGBA" || n.id == "ZBUF") && size >= 8 && FLget(f, r, 8) == 8)
+        for (int i = 0; i < 4; ++i) n.rect[i] = r[2 * i] << 8 | r[2 * i + 1];
       out.push_back(n);
       if (FLendget(f) != 0) {
         problem = "at offset " + std::to_string(at) + ": chunk runs past the data";
@@ -98,6 +103,14 @@ void printTree(const std::vector<Node>& nodes, int depth) {
     printf("  %*s%-4s %10lld  size %u%s%s\n", depth * 2, "", n.id.c_str(), (long long)n.offset,
            n.size, n.type.empty() ? "" : "  type ", n.type.c_str());
     printTree(n.children, depth + 1);
+  }
+}
+
+// The pixel chunks of the tree in file order.
+void collectTiles(const std::vector<Node>& nodes, std::vector<const Node*>& out) {
+  for (const Node& n : nodes) {
+    if (n.rect[0] >= 0) out.push_back(&n);
+    collectTiles(n.children, out);
   }
 }
 
@@ -134,7 +147,7 @@ struct Report {
   std::string treeProblem;
 };
 
-Report inspect(const std::string& file, bool chunks) {
+Report inspect(const std::string& file, bool chunks) {  // chunks: walk the tree too
   Report rep;
   rep.file = file;
   ILimage* img = ILopen(file.c_str(), "r");
@@ -177,7 +190,16 @@ Report inspect(const std::string& file, bool chunks) {
 // reads back as the same word here.
 std::string tagText(uint32_t tag) { return idText(tag); }
 
-void printText(const Report& r, bool chunks) {
+// Packed bytes of a tile: its chunk without the rectangle; "raw" when it is the raw size.
+std::string tileText(const Node& n, const ILheader& h) {
+  int w = n.rect[2] - n.rect[0] + 1, ht = n.rect[3] - n.rect[1] + 1;
+  int slots = n.id == "ZBUF" ? 1 : ((h.type & IL_COLOR) ? 3 : (h.type & IL_MATTE) ? 0 : 1) + ((h.type & IL_ALPHA) ? 1 : 0);
+  uint64_t raw = uint64_t(w) * ht * slots * (n.id == "ZBUF" ? 4 : h.bytes);
+  uint32_t packed = n.size - 8;
+  return std::to_string(packed) + (packed >= raw ? " bytes (raw)" : " bytes");
+}
+
+void printText(const Report& r, bool chunks, bool tiles) {
   if (!r.error.empty()) return;
   char type[64];
   printf("%s\n", r.file.c_str());
@@ -195,6 +217,14 @@ void printText(const Report& r, bool chunks) {
            (f.tagValue & 0x10) ? ", copied" : "", f.value.c_str());
   if (!r.auth.empty()) printf("  author       %s\n", r.auth.c_str());
   if (!r.date.empty()) printf("  date         %s\n", r.date.c_str());
+  if (tiles) {
+    std::vector<const Node*> t;
+    collectTiles(r.tree, t);
+    printf("  tile chunks  %zu\n", t.size());
+    for (const Node* n : t)
+      printf("    %s (%d,%d)-(%d,%d)  %s\n", n->id.c_str(), n->rect[0], n->rect[1], n->rect[2], n->rect[3],
+             tileText(*n, r.hdr).c_str());
+  }
   if (chunks) {
     printf("  chunks\n");
     printTree(r.tree, 1);
@@ -202,7 +232,7 @@ void printText(const Report& r, bool chunks) {
   }
 }
 
-void addJson(Json& j, const Report& r, bool chunks) {
+void addJson(Json& j, const Report& r, bool chunks, bool tiles) {
   j.beginObject().field("file", r.file);
   if (!r.error.empty()) {
     j.field("error", r.error).field("code", r.code).endObject();
@@ -235,6 +265,24 @@ void addJson(Json& j, const Report& r, bool chunks) {
   for (const FieldInfo& f : r.fields)
     j.beginObject().field("tag", f.tag).field("count", f.count).field("value", f.value).endObject();
   j.endArray().field("author", r.auth).field("date", r.date);
+  if (tiles) {
+    std::vector<const Node*> t;
+    collectTiles(r.tree, t);
+    j.key("tile_chunks").beginArray();
+    for (const Node* n : t)
+      j.beginObject()
+          .field("id", n->id)
+          .key("rect")
+          .beginArray()
+          .value(n->rect[0])
+          .value(n->rect[1])
+          .value(n->rect[2])
+          .value(n->rect[3])
+          .endArray()
+          .field("packed", n->size - 8)
+          .endObject();
+    j.endArray();
+  }
   if (chunks) {
     j.key("chunks");
     jsonTree(j, r.tree);
@@ -247,13 +295,13 @@ void run(const Options& o) {
   Json j;
   if (o.json) j.beginObject().key("files").beginArray();
   for (const std::string& file : o.files) {
-    Report r = inspect(file, o.chunks);
+    Report r = inspect(file, o.chunks || o.tiles);
     if (!r.error.empty()) {
       exitStatus = 1;
       fprintf(stderr, "vimg: %s: %s (error %d)\n", file.c_str(), r.error.c_str(), r.code);
     }
-    if (o.json) addJson(j, r, o.chunks);
-    else printText(r, o.chunks);
+    if (o.json) addJson(j, r, o.chunks, o.tiles);
+    else printText(r, o.chunks, o.tiles);
   }
   if (o.json) {
     j.endArray().endObject();
@@ -268,6 +316,7 @@ void registerInfo(CLI::App& app) {
   CLI::App* cmd = app.add_subcommand("info", "describe images: header, fields, texts, chunks");
   cmd->add_option("files", opt->files, "image files")->required();
   cmd->add_flag("--chunks", opt->chunks, "also list the chunk tree with offsets and sizes");
+  cmd->add_flag("--tiles", opt->tiles, "also list the tile rectangles with their packed sizes");
   cmd->add_flag("--json", opt->json, "print one JSON document");
   cmd->callback([opt] { run(*opt); });
 }

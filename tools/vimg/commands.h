@@ -9,5 +9,6 @@ namespace vimg {
 extern int exitStatus;
 
 void registerInfo(CLI::App& app);
+void registerConvert(CLI::App& app);
 
 }  // namespace vimg

@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
   CLI::App app{"vimg: read, inspect and convert images with voraimage"};
   app.require_subcommand(1);
   vimg::registerInfo(app);
+  vimg::registerConvert(app);
   CLI11_PARSE(app, argc, argv);
   return vimg::exitStatus;
 }

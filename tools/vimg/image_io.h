@@ -1,0 +1,34 @@
+// vimg: whole images in memory and their files: native IFF through the IL calls, every other
+// format through Qt 6's QImage (until the image file front end of Part 2.1 exists).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vimg {
+
+// The library's layout: bottom line first, elements blue, green, red, alpha of 1 or 2 bytes.
+struct Image {
+  int width = 0, height = 0;
+  int bytes = 1;       // bytes per channel
+  bool alpha = false;  // the picture has an alpha channel worth keeping
+  std::vector<uint8_t> pixels;
+  size_t rowBytes() const { return size_t(width) * 4 * bytes; }
+};
+
+struct WriteOptions {
+  int compress = 1;            // native: IL_NONE .. IL_QR4
+  int tileWidth = 0, tileHeight = 0;  // native: 0 = the default tiling
+  int bits = 0;                // 8 or 16; 0 = as the image
+  bool topDown = false;        // native: send lines top line first
+};
+
+bool isNativeFile(const std::string& path);
+bool readImage(const std::string& path, Image& img, std::string& error);
+bool writeImage(const std::string& path, const Image& img, const WriteOptions& opt,
+                std::string& error);
+// The image with channels of the given byte size (1 keeps the high byte; 2 repeats each byte).
+Image withBytes(const Image& img, int bytes);
+
+}  // namespace vimg
