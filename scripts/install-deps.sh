@@ -14,6 +14,8 @@ PACKAGES=(
   python3-numpy
   # peers for interoperability tests and side-by-side benchmarks
   openimageio-tools python3-openimageio imagemagick opencolorio-tools libopencolorio-dev ffmpeg
+  # OpenImageIO in-process for the side-by-side benchmarks (bench/compare_iff.cpp)
+  libopenimageio-dev
   hyperfine
 )
 

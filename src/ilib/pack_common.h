@@ -77,25 +77,19 @@ class Output {
   unsigned char* end_;
 };
 
-// The RLE byte-packet encoder of Part 1.2 over one stream of bytes, fed one byte at a time.
-class ByteRle {
- public:
-  explicit ByteRle(Output& o) : out_(o) {}
-  void start(unsigned char first) {
-    prev_ = uint8_t(~first);
-    litLen_ = runLen_ = repStart_ = 0;
-  }
-  bool put(unsigned char c);
-  bool finish();
+// The RLE byte-packet encoder of Part 1.2 over one whole stream of n >= 1 bytes; false when the
+// output would reach the budget.
+bool encodeBytes(Output& o, const unsigned char* a, size_t n);
 
- private:
-  bool emitRun();
-  bool emitLiteral(uint32_t n);
-  Output& out_;
-  unsigned char lit_[128];
-  uint32_t litLen_ = 0, runLen_ = 0, repStart_ = 0;
-  unsigned char prev_ = 0;
-};
+// Offset of a slot's element inside a pixel as the caller holds it: four elements are in memory
+// order blue, green, red, alpha, i.e. rotated slot s is memory element (s + 3) % 4; other layouts
+// are not rotated. Encoders read slots there instead of rotating the caller's buffer and back,
+// which leaves the same buffer; only 4-byte elements keep the real, deliberately asymmetric
+// rotations (see needsRealRotation).
+inline size_t slotOffset(const Geometry& g, uint32_t slot) {
+  return size_t(g.epp == 4 ? (slot + 3) % 4 : slot) * g.memBytes;
+}
+inline bool needsRealRotation(const Geometry& g) { return g.epp == 4 && g.memBytes == 4; }
 
 // Reads byte packets from [p, end) into n destination bytes through a writer called as
 // write(value, count) for runs and literal(src, count) for literals, in order. Returns the input

@@ -1,6 +1,8 @@
 // Part 1.2: the "QRL" and "QR4" codecs: row by row, packets counting whole pixels. QRL keeps the
 // low 24 bits of the rotated pixel word (alpha and slots 1, 2; slot 3 is not stored and reads back
 // 0, deliberately), then the alpha bytes; QR4 keeps the whole word.
+#include <vector>
+
 #include "ilib/pack_common.h"
 
 using namespace vora::il::pack;
@@ -34,30 +36,6 @@ bool packRowPixels(Output& o, uint32_t width, const unsigned char (*px)[K]) {
   return true;
 }
 
-// Decodes one row of pixel packets into width K-byte pixels; null on overrun.
-template <size_t K>
-const unsigned char* unpackRowPixels(const unsigned char* p, const unsigned char* end,
-                                     uint32_t width, unsigned char (*px)[K]) {
-  uint32_t x = 0;
-  while (x < width) {
-    if (p >= end) return nullptr;
-    unsigned h = *p++;
-    uint32_t count = (h & 0x7F) + 1;
-    if (count > width - x) return nullptr;
-    if (h & 0x80) {
-      if (size_t(end - p) < K) return nullptr;
-      for (uint32_t i = 0; i < count; ++i) memcpy(px[x + i], p, K);
-      p += K;
-    } else {
-      if (size_t(end - p) < K * size_t(count)) return nullptr;
-      memcpy(px[x], p, K * size_t(count));
-      p += K * size_t(count);
-    }
-    x += count;
-  }
-  return p;
-}
-
 // Slot of the i-th byte written for a pixel. With four elements the pixel is a little-endian
 // word written most significant byte first; with three (packed layout, no rotation) the colour
 // is the pixel's three bytes in memory order.
@@ -82,25 +60,22 @@ uint32_t packRows(ILpackdesc* d, unsigned char* pixels, unsigned char* out, bool
   ConvertBGRAtoABGR(d, pixels);
   Output o(out, raw);
   bool ok = raw > 0;
-  // One row of packed pixel values at a time (rows of up to 32768 pixels: 128 KiB on the heap
-  // would be an allocation; the row is coded in chunks of the stack buffer instead when wider).
-  unsigned char row[4096][K];
+  // One whole row of packed pixel values (or alpha bytes) at a time: packets never cross a row
+  // end, and nothing else splits them.
+  thread_local std::vector<unsigned char> row;
+  row.resize(size_t(g.width) * K);
+  auto* px = reinterpret_cast<unsigned char(*)[K]>(row.data());
   for (uint32_t y = 0; y < g.rows && ok; ++y) {
     const unsigned char* p = pixels + y * g.rowStride;
-    for (uint32_t x0 = 0; x0 < g.width && ok; x0 += 4096) {
-      uint32_t w = g.width - x0 < 4096 ? g.width - x0 : 4096;
-      for (uint32_t x = 0; x < w; ++x) packedPixel<K>(d, p + (x0 + x) * g.pixelStride, row[x]);
-      ok = packRowPixels<K>(o, w, row);
-    }
+    for (uint32_t x = 0; x < g.width; ++x) packedPixel<K>(d, p + x * g.pixelStride, px[x]);
+    ok = packRowPixels<K>(o, g.width, px);
   }
-  if (alphaPass && (d->mask & 1)) {
-    ByteRle rle(o);
+  if (alphaPass && (d->mask & 1)) {  // the alpha bytes, row by row, in byte packets
     const unsigned char* table = lut(d, 0);
     for (uint32_t y = 0; y < g.rows && ok; ++y) {
       const unsigned char* p = pixels + y * g.rowStride;
-      rle.start(table[p[0]]);
-      for (uint32_t x = 0; x < g.width && ok; ++x, p += g.pixelStride) ok = rle.put(table[*p]);
-      if (ok) ok = rle.finish();
+      for (uint32_t x = 0; x < g.width; ++x) row[x] = table[p[x * g.pixelStride]];
+      ok = encodeBytes(o, row.data(), g.width);
     }
   }
   uint32_t n = uint32_t(o.at() - out);
@@ -108,26 +83,37 @@ uint32_t packRows(ILpackdesc* d, unsigned char* pixels, unsigned char* out, bool
   return ok ? n : ILpack(d, pixels, out);
 }
 
+// Writes one decoded pixel value (K bytes as in the file) into a pixel of the buffer.
+template <size_t K>
+inline void putPixel(const ILpackdesc* d, uint32_t epp, const unsigned char* v, unsigned char* px) {
+  for (size_t i = 0; i < K; ++i) {
+    size_t slot = slotOfByte<K>(i, epp);
+    px[slot] = lut(d, uint32_t(slot))[v[i]];
+  }
+  if (K == 3 && epp == 4) px[3] = 0;  // the word is rebuilt with a zero top byte
+}
+
 template <size_t K>
 uint32_t unpackRows(ILpackdesc* d, const unsigned char* in, unsigned char* pixels, bool alphaPass) {
   Geometry g = geometry(d);
   const unsigned char* p = in;
   const unsigned char* end = in + d->packed;
-  unsigned char row[4096][K];
-  for (uint32_t y = 0; y < g.rows; ++y) {
+  for (uint32_t y = 0; y < g.rows; ++y) {  // each row's packets cover exactly its width
     unsigned char* dst = pixels + y * g.rowStride;
-    for (uint32_t x0 = 0; x0 < g.width; x0 += 4096) {
-      uint32_t w = g.width - x0 < 4096 ? g.width - x0 : 4096;
-      if (!(p = unpackRowPixels<K>(p, end, w, row))) return overrun();
-      for (uint32_t x = 0; x < w; ++x) {
-        unsigned char* px = dst + (x0 + x) * g.pixelStride;
-        // Most significant byte first in the file; the word is rebuilt with a zero top byte.
-        for (size_t i = 0; i < K; ++i) {
-          size_t slot = slotOfByte<K>(i, g.epp);
-          px[slot] = lut(d, uint32_t(slot))[row[x][i]];
-        }
-        if (K == 3 && g.epp == 4) px[3] = 0;
+    for (uint32_t x = 0; x < g.width;) {
+      if (p >= end) return overrun();
+      unsigned h = *p++;
+      uint32_t count = (h & 0x7F) + 1;
+      if (count > g.width - x) return overrun();
+      if (h & 0x80) {
+        if (size_t(end - p) < K) return overrun();
+        for (uint32_t i = 0; i < count; ++i) putPixel<K>(d, g.epp, p, dst + (x + i) * g.pixelStride);
+        p += K;
+      } else {
+        if (size_t(end - p) < K * size_t(count)) return overrun();
+        for (uint32_t i = 0; i < count; ++i, p += K) putPixel<K>(d, g.epp, p, dst + (x + i) * g.pixelStride);
       }
+      x += count;
     }
   }
   if (alphaPass && (d->mask & 1) && !(d->options & 1)) {

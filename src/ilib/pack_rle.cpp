@@ -1,85 +1,60 @@
 // Part 1.2: the "RLE" codec (ILpackrle, ILunpackrle): one byte-packet stream per (byte plane,
 // slot), planes most significant first, packets running across row ends.
+#include <vector>
+
 #include "ilib/pack_common.h"
 
 using namespace vora::il::pack;
 
 namespace vora::il::pack {
 
-bool ByteRle::emitRun() {
-  if (!out_.room(2)) return false;
-  out_.byte(uint8_t((runLen_ - 1) | 0x80));
-  out_.byte(prev_);
-  runLen_ = 0;
-  return true;
-}
-
-bool ByteRle::emitLiteral(uint32_t n) {
-  if (n == 0) return true;
-  if (!out_.room(n + 1)) return false;
-  out_.byte(uint8_t(n - 1));
-  out_.bytes(lit_, n);
-  return true;
-}
-
-// The encoder steps of Part 1.2, in order; false when the budget is used up.
-bool ByteRle::put(unsigned char c) {
-  if (runLen_) {
-    if (c == prev_ && runLen_ < 128) {
-      ++runLen_;
-      return true;
+// The encoder steps of Part 1.2, run over a contiguous stream: a literal of L bytes a[ls, ls+L)
+// whose trailing equal bytes began at offset rs; a run of runLen copies of one byte.
+bool encodeBytes(Output& o, const unsigned char* a, size_t n) {
+  size_t i = 0, ls = 0, L = 0, rs = 0;
+  unsigned char prev = uint8_t(~a[0]);  // the first byte never continues anything
+  auto literal = [&](size_t from, size_t len) {
+    if (len == 0) return true;
+    if (!o.room(len + 1)) return false;
+    o.byte(uint8_t(len - 1));
+    o.bytes(a + from, len);
+    return true;
+  };
+  while (i < n) {
+    unsigned char c = a[i];
+    size_t runLen;
+    if (L == 128) {  // a full literal goes out; a new one starts with this byte
+      if (!literal(ls, 128)) return false;
+      ls = i++, L = 1, rs = 0, prev = c;
+      continue;
     }
-    if (!emitRun()) return false;
-    lit_[0] = prev_ = c;
-    litLen_ = 1;
-    repStart_ = 0;
-    return true;
+    if (c != prev) {  // appended, remembered as the start of a possible run
+      rs = L++, prev = c, ++i;
+      continue;
+    }
+    if (rs == 0) {  // the repeated bytes began the buffer: a run of 2 at once
+      runLen = 2;
+    } else {
+      ++L, ++i;
+      if (L - rs < 3) continue;  // two equal bytes inside a literal stay in it
+      if (!literal(ls, rs)) return false;  // the bytes before the three equal ones
+      runLen = 3;
+      --i;  // the third byte is counted by the run below
+    }
+    ++i;
+    while (i < n && a[i] == c && runLen < 128) ++runLen, ++i;
+    if (!o.room(2)) return false;
+    o.byte(uint8_t((runLen - 1) | 0x80));
+    o.byte(c);
+    L = 0;
+    if (i < n) ls = i, L = 1, rs = 0, prev = a[i], ++i;  // a different byte, or the run was full
   }
-  if (litLen_ == 128) {
-    if (!emitLiteral(128)) return false;
-    lit_[0] = prev_ = c;
-    litLen_ = 1;
-    repStart_ = 0;
-    return true;
-  }
-  if (c != prev_) {
-    repStart_ = litLen_;
-    lit_[litLen_++] = prev_ = c;
-    return true;
-  }
-  if (repStart_ == 0) {  // the repeated bytes began the buffer: a run of 2 at once
-    litLen_ = 0;
-    runLen_ = 2;
-    return true;
-  }
-  lit_[litLen_++] = c;
-  if (litLen_ - repStart_ == 3) {  // third equal byte: what precedes goes out as a literal
-    if (!emitLiteral(repStart_)) return false;
-    litLen_ = 0;
-    runLen_ = 3;
-  }
-  return true;
-}
-
-bool ByteRle::finish() {
-  if (runLen_) return emitRun();
-  bool ok = emitLiteral(litLen_);
-  litLen_ = 0;
-  return ok;
+  return literal(ls, L);
 }
 
 }  // namespace vora::il::pack
 
 namespace {
-
-// Walks the stream of one (plane, slot): every pixel of every row, in order.
-template <typename F>
-void forEachInStream(const Geometry& g, unsigned char* pixels, size_t offset, F&& f) {
-  for (uint32_t y = 0; y < g.rows; ++y) {
-    unsigned char* p = pixels + y * g.rowStride + offset;
-    for (uint32_t x = 0; x < g.width; ++x, p += g.pixelStride) f(p);
-  }
-}
 
 // Writes decoded bytes of one stream at their places; rows may be apart (pitch > width).
 class StreamWriter {
@@ -139,31 +114,41 @@ uint32_t ILpackrle(ILpackdesc* d, unsigned char* pixels, unsigned char* out) {
   Geometry g = geometry(d);
   uint32_t raw = ILrawsize(d);
   if (raw == 0) return 0;
-  ConvertBGRAtoABGR(d, pixels);
+  bool rotate = needsRealRotation(g);
+  if (rotate) ConvertBGRAtoABGR(d, pixels);
   Output o(out, raw);
-  ByteRle rle(o);
+  // One stream at a time, gathered into contiguous bytes (through the lookup table).
+  thread_local std::vector<unsigned char> stream;
+  const size_t n = size_t(g.width) * g.rows;
+  stream.resize(n);
   bool ok = true;
   for (uint32_t plane = 0; plane < g.fileBytes && ok; ++plane) {
     for (uint32_t k = 0; k < g.nslots && ok; ++k) {
       uint32_t s = g.slots[k];
-      const unsigned char* table = g.fileBytes == 1 ? lut(d, s) : nullptr;
-      bool inMemory = plane < g.memBytes;
-      size_t offset = s * g.memBytes + (inMemory ? planeOffset(plane, g.memBytes) : 0);
-      bool first = true;
-      forEachInStream(g, pixels, offset, [&](const unsigned char* p) {
-        if (!ok) return;
-        unsigned char c = !inMemory ? 0 : table ? table[*p] : *p;
-        if (first) rle.start(c), first = false;
-        ok = rle.put(c);
-      });
-      if (ok) ok = rle.finish();
+      unsigned char* q = stream.data();
+      if (plane >= g.memBytes) {  // a 1-byte memory element written as wider: zero low planes
+        memset(q, 0, n);
+      } else {
+        size_t offset = (rotate ? s * g.memBytes : slotOffset(g, s)) + planeOffset(plane, g.memBytes);
+        const unsigned char* table = g.fileBytes == 1 ? lut(d, s) : nullptr;
+        if (table == ildeflut) table = nullptr;
+        for (uint32_t y = 0; y < g.rows; ++y) {
+          const unsigned char* p = pixels + y * g.rowStride + offset;
+          if (table) {
+            for (uint32_t x = 0; x < g.width; ++x, p += g.pixelStride) *q++ = table[*p];
+          } else {
+            for (uint32_t x = 0; x < g.width; ++x, p += g.pixelStride) *q++ = *p;
+          }
+        }
+      }
+      ok = encodeBytes(o, stream.data(), n);
     }
   }
-  uint32_t n = uint32_t(o.at() - out);
-  ConvertABGRtoBGRA(d, pixels);
+  uint32_t packed = uint32_t(o.at() - out);
+  if (rotate) ConvertABGRtoBGRA(d, pixels);
   // Deliberate: blocks that pack to under 128 bytes, or not below the raw size, are stored raw.
-  if (!ok || n < 128) return ILpack(d, pixels, out);
-  return n;
+  if (!ok || packed < 128) return ILpack(d, pixels, out);
+  return packed;
 }
 
 uint32_t ILunpackrle(ILpackdesc* d, const unsigned char* in, unsigned char* pixels) {

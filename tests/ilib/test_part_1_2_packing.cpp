@@ -264,3 +264,18 @@ TEST(Part1_2, SixteenBitFileReadAsBytesKeepsTheHighByte) {
     EXPECT_EQ(vt::hex(Bytes(back.begin(), back.begin() + 4)), "11335577");
   }
 }
+
+TEST(Part1_2, QrlRowsWiderThan4096AreCodedWhole) {
+  // One row of 5000 equal pixels: runs of 128 across the whole row, then the alpha row.
+  const uint32_t w = 5000;
+  Bytes pixels;
+  for (uint32_t i = 0; i < w; ++i) pixels.insert(pixels.end(), {1, 2, 3, 4});
+  ILpackdesc d = desc(w, 1, 1, 15, 4);
+  Bytes packed = packWith(ILpackqrl, d, pixels);
+  ASSERT_EQ(packed.size(), 40u * 4 + 40u * 2);  // 39 runs of 128 and one of 8, twice
+  EXPECT_EQ(vt::hex(Bytes(packed.begin() + 39 * 4, packed.begin() + 40 * 4)), "87020104");
+  Bytes back(pixels.size());
+  d.packed = uint32_t(packed.size());
+  ASSERT_EQ(ILunpackqrl(&d, packed.data(), back.data()), w * 4);
+  EXPECT_EQ(vt::hex(Bytes(back.begin() + 4095 * 4, back.begin() + 4097 * 4)), "0102000401020004");
+}

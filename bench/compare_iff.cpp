@@ -1,0 +1,164 @@
+// Side by side with OpenImageIO (issue 3's speed goal): reading a whole RLE IFF image into memory
+// and writing it, on the same generated RGBA 8-bit image, in one process; medians of interleaved
+// rounds; memcpy of the same pixels as the memory-bandwidth yardstick.
+#include <OpenImageIO/imageio.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <vora/ilib.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double seconds(const std::function<void()>& f) {
+  auto t0 = Clock::now();
+  f();
+  return std::chrono::duration<double>(Clock::now() - t0).count();
+}
+
+double median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v[v.size() / 2];
+}
+
+// A render-like picture: flat regions, smooth ramps, noisy patches, an alpha with a transparent
+// band on top, a ramp, and an opaque bottom. RGBA, top line first.
+std::vector<uint8_t> picture(int n) {
+  std::vector<uint8_t> p(size_t(n) * n * 4);
+  std::mt19937 rng(42);
+  for (int y = 0; y < n; ++y)
+    for (int x = 0; x < n; ++x) {
+      uint8_t* q = &p[(size_t(y) * n + x) * 4];
+      int bx = x / 256, by = y / 256;
+      int kind = (bx * 7 + by * 3) % 5;
+      if (kind == 0) {  // noise
+        uint32_t r = rng();
+        q[0] = uint8_t(r), q[1] = uint8_t(r >> 8), q[2] = uint8_t(r >> 16);
+      } else if (kind == 1) {  // ramps
+        q[0] = uint8_t(x), q[1] = uint8_t(y), q[2] = uint8_t((x + y) / 2);
+      } else {  // flat
+        q[0] = uint8_t(bx * 16), q[1] = uint8_t(by * 16), q[2] = uint8_t(kind * 60);
+      }
+      q[3] = y < n / 8 ? 0 : y > n / 2 ? 255 : uint8_t((y - n / 8) * 255 / (n / 2 - n / 8));
+    }
+  return p;
+}
+
+// Ours: bottom line first, blue green red alpha.
+std::vector<uint8_t> toIl(const std::vector<uint8_t>& rgba, int n) {
+  std::vector<uint8_t> b(rgba.size());
+  for (int y = 0; y < n; ++y)
+    for (int x = 0; x < n; ++x) {
+      const uint8_t* s = &rgba[(size_t(y) * n + x) * 4];
+      uint8_t* d = &b[(size_t(n - 1 - y) * n + x) * 4];
+      d[0] = s[2], d[1] = s[1], d[2] = s[0], d[3] = s[3];
+    }
+  return b;
+}
+
+void oursWrite(const std::string& path, const std::vector<uint8_t>& px, int n) {
+  ILimage* img = ILopen(path.c_str(), "w");
+  ILsetsize(img, n, n);
+  ILsetcompress(img, IL_RLE);
+  if (ILsave(img, px.data(), nullptr, 0) || ILclose(img)) {
+    fprintf(stderr, "our write failed: %s\n", FLstrerror(flerrno));
+    exit(1);
+  }
+}
+
+void oursRead(const std::string& path, std::vector<uint8_t>& px) {
+  ILimage* img = ILopen(path.c_str(), "r");
+  if (!img || ILload(img, px.data(), nullptr)) {
+    fprintf(stderr, "our read failed: %s\n", FLstrerror(flerrno));
+    exit(1);
+  }
+  ILclose(img);
+}
+
+void peerWrite(const std::string& path, const std::vector<uint8_t>& px, int n) {
+  OIIO::ImageSpec spec(n, n, 4, OIIO::TypeDesc::UINT8);
+  spec.attribute("compression", "rle");
+  auto out = OIIO::ImageOutput::create(path);
+  if (!out || !out->open(path, spec) || !out->write_image(OIIO::TypeDesc::UINT8, px.data())) {
+    fprintf(stderr, "OIIO write failed: %s\n", OIIO::geterror().c_str());
+    exit(1);
+  }
+  out->close();
+}
+
+void peerRead(const std::string& path, std::vector<uint8_t>& px) {
+  auto in = OIIO::ImageInput::open(path);
+  if (!in || !in->read_image(0, 0, 0, 4, OIIO::TypeDesc::UINT8, px.data())) {
+    fprintf(stderr, "OIIO read failed: %s\n", OIIO::geterror().c_str());
+    exit(1);
+  }
+  in->close();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int n = 4096, rounds = 7;
+  std::string dir = "/tmp";
+  for (int i = 1; i < argc; ++i) {
+    if (!strcmp(argv[i], "--size") && i + 1 < argc) n = atoi(argv[++i]);
+    else if (!strcmp(argv[i], "--rounds") && i + 1 < argc) rounds = atoi(argv[++i]);
+    else dir = argv[i];
+  }
+  std::vector<uint8_t> rgba = picture(n), il = toIl(rgba, n);
+  std::string ours = dir + "/bench_ours.iff", peer = dir + "/bench_oiio.iff";
+  std::vector<double> tMem, tOw, tPw, tOrO, tOrP, tPrO, tPrP;
+  std::vector<uint8_t> dst(rgba.size()), a(rgba.size()), b(rgba.size());
+  for (int r = 0; r < rounds; ++r) {
+    tMem.push_back(seconds([&] { memcpy(dst.data(), il.data(), il.size()); }));
+    tOw.push_back(seconds([&] { oursWrite(ours, il, n); }));
+    tPw.push_back(seconds([&] { peerWrite(peer, rgba, n); }));
+    tOrO.push_back(seconds([&] { oursRead(ours, a); }));
+    tPrO.push_back(seconds([&] { peerRead(ours, b); }));
+    tOrP.push_back(seconds([&] { oursRead(peer, a); }));
+    tPrP.push_back(seconds([&] { peerRead(peer, b); }));
+  }
+  // Both readers must agree on both files.
+  oursRead(peer, a);
+  peerRead(peer, b);
+  if (toIl(b, n) != a) {
+    fprintf(stderr, "readers disagree on %s\n", peer.c_str());
+    return 1;
+  }
+  oursRead(ours, a);
+  if (a != il) {
+    fprintf(stderr, "our round trip differs\n");
+    return 1;
+  }
+  double mem = median(tMem);
+  auto row = [&](const char* what, double ours_, double peer_) {
+    printf("%-34s %9.1f ms %9.1f ms   %5.2fx   ours %5.1fx memcpy\n", what, ours_ * 1e3, peer_ * 1e3,
+           peer_ / ours_, ours_ / mem);
+  };
+  FILE* f = fopen(ours.c_str(), "rb");
+  fseek(f, 0, SEEK_END);
+  long so = ftell(f);
+  fclose(f);
+  f = fopen(peer.c_str(), "rb");
+  fseek(f, 0, SEEK_END);
+  long sp = ftell(f);
+  fclose(f);
+  printf("%d x %d RGBA 8-bit, %zu MB of pixels; RLE files: ours %.1f MB, OpenImageIO %.1f MB; "
+         "medians of %d rounds\n",
+         n, n, il.size() >> 20, so / 1048576.0, sp / 1048576.0, rounds);
+  printf("%-34s %12s %12s   %6s\n", "", "voraimage", "OpenImageIO", "speedup");
+  row("write RLE", median(tOw), median(tPw));
+  row("read RLE (file written by us)", median(tOrO), median(tPrO));
+  row("read RLE (file written by OIIO)", median(tOrP), median(tPrP));
+  printf("%-34s %9.1f ms  (%.1f GB/s)\n", "memcpy of the pixels", mem * 1e3, il.size() / mem / 1e9);
+  return 0;
+}
