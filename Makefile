@@ -18,11 +18,15 @@ build: deps
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DVORA_TESTS=ON
 	cmake --build $(BUILD) -j $(JOBS)
 
-# The main job on the bundled samples: describe each native image, its chunk tree, and as JSON.
+# The main job on the bundled samples: describe each native image, its chunk tree and tiles, as
+# JSON, and convert one to PNG and back to a QR4-packed native image.
 run: build
 	$(BUILD)/vimg info $(SAMPLES)
 	$(BUILD)/vimg info --chunks tests/data/iff/rgba8_70x66_rle.iff
 	$(BUILD)/vimg info --json tests/data/iff/rgb8_40x30_rle.iff
+	$(BUILD)/vimg convert tests/data/iff/rgba8_70x66_rle.iff $(BUILD)/sample.png
+	$(BUILD)/vimg convert $(BUILD)/sample.png $(BUILD)/sample_qr4.iff --compress qr4
+	$(BUILD)/vimg info --tiles $(BUILD)/sample_qr4.iff
 
 test: build
 	cd $(BUILD) && ctest -j $(JOBS) --output-on-failure

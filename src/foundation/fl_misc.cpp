@@ -17,6 +17,15 @@ const unsigned char flbitset[256] = {
 #undef B6
 };
 
+int FLallocok(uint64_t bytes) {
+  static const uint64_t limit = [] {
+    const char* v = getenv("VORA_MAX_ALLOC_MB");
+    unsigned long long mb = v && *v ? strtoull(v, nullptr, 10) : 0;
+    return uint64_t(mb ? mb : 4096) << 20;
+  }();
+  return bytes <= limit;
+}
+
 void* FLgrow(void** buffer, size_t* size, size_t need) {
   if (!buffer || !size) return nullptr;
   if (*buffer && *size >= need) return *buffer;

@@ -34,6 +34,14 @@ inline Geometry geometry(const ILpackdesc* d) {
   return g;
 }
 
+// A descriptor the codecs can serve: element sizes 1, 2 or 4, 1 to 4 elements per pixel, every
+// present slot inside the pixel, a row pitch of at least the width. Decoders answer others with
+// error 23 and encoders with 0 bytes.
+inline bool usable(const ILpackdesc* d) {
+  return (d->bytes == 1 || d->bytes == 2 || d->bytes == 4) && d->epp >= 1 && d->epp <= 4 &&
+         (d->mask >> d->epp) == 0 && (d->mask & ~15u) == 0 && (d->pitch == 0 || d->pitch >= d->width);
+}
+
 // The lookup table of a slot for 1-byte elements (identity when none is given).
 inline const unsigned char* lut(const ILpackdesc* d, uint32_t slot) {
   return (d->lookups && d->lookups[slot]) ? d->lookups[slot] : ildeflut;

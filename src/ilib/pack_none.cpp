@@ -75,6 +75,7 @@ void ConvertABGRtoBGRA(const ILpackdesc* d, unsigned char* pixels) {
 }
 
 uint32_t ILpack(ILpackdesc* d, unsigned char* pixels, unsigned char* out) {
+  if (!usable(d)) return 0;
   ConvertBGRAtoABGR(d, pixels);
   Geometry g = geometry(d);
   unsigned char* o = out;
@@ -99,6 +100,7 @@ uint32_t ILpack(ILpackdesc* d, unsigned char* pixels, unsigned char* out) {
 }
 
 uint32_t ILunpack(ILpackdesc* d, const unsigned char* in, unsigned char* pixels) {
+  if (!usable(d)) return overrun();
   Geometry g = geometry(d);
   if (d->packed < ILrawsize(d)) return overrun();
   const unsigned char* q = in;

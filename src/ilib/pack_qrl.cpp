@@ -145,22 +145,26 @@ bool qr4Applies(const ILpackdesc* d) { return d->bytes == 1 && (d->mask & 0xF) =
 extern "C" {
 
 uint32_t ILpackqrl(ILpackdesc* d, unsigned char* pixels, unsigned char* out) {
+  if (!usable(d)) return 0;
   if (!qrlApplies(d)) return ILpackrle(d, pixels, out);
   return packRows<3>(d, pixels, out, true);
 }
 
 uint32_t ILunpackqrl(ILpackdesc* d, const unsigned char* in, unsigned char* pixels) {
+  if (!usable(d)) return overrun();
   if (!qrlApplies(d)) return ILunpackrle(d, in, pixels);
   if (d->packed == ILrawsize(d)) return ILunpack(d, in, pixels);
   return unpackRows<3>(d, in, pixels, true);
 }
 
 uint32_t ILpackqr4(ILpackdesc* d, unsigned char* pixels, unsigned char* out) {
+  if (!usable(d)) return 0;
   if (!qr4Applies(d)) return ILpackqrl(d, pixels, out);
   return packRows<4>(d, pixels, out, false);
 }
 
 uint32_t ILunpackqr4(ILpackdesc* d, const unsigned char* in, unsigned char* pixels) {
+  if (!usable(d)) return overrun();
   if (!qr4Applies(d)) return ILunpackqrl(d, in, pixels);
   if (d->packed == d->width * d->rows * 4) return ILunpack(d, in, pixels);
   return unpackRows<4>(d, in, pixels, false);

@@ -111,6 +111,7 @@ class StreamWriter {
 extern "C" {
 
 uint32_t ILpackrle(ILpackdesc* d, unsigned char* pixels, unsigned char* out) {
+  if (!usable(d)) return 0;
   Geometry g = geometry(d);
   uint32_t raw = ILrawsize(d);
   if (raw == 0) return 0;
@@ -152,6 +153,7 @@ uint32_t ILpackrle(ILpackdesc* d, unsigned char* pixels, unsigned char* out) {
 }
 
 uint32_t ILunpackrle(ILpackdesc* d, const unsigned char* in, unsigned char* pixels) {
+  if (!usable(d)) return overrun();
   if (d->packed == ILrawsize(d)) return ILunpack(d, in, pixels);
   Geometry g = geometry(d);
   // Four-byte elements follow the same rule only with one element per pixel.

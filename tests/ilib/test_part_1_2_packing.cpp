@@ -279,3 +279,19 @@ TEST(Part1_2, QrlRowsWiderThan4096AreCodedWhole) {
   ASSERT_EQ(ILunpackqrl(&d, packed.data(), back.data()), w * 4);
   EXPECT_EQ(vt::hex(Bytes(back.begin() + 4095 * 4, back.begin() + 4097 * 4)), "0102000401020004");
 }
+
+TEST(Part1_2, DescriptorsTheCodecsCannotServeAreRefused) {
+  Bytes px(64), out(64);
+  ILpackdesc d = desc(4, 1, 1, 15, 2);  // four slots in a two-element pixel
+  d.packed = 16;
+  EXPECT_EQ(ILpackrle(&d, px.data(), out.data()), 0u);
+  EXPECT_EQ(ILunpackrle(&d, out.data(), px.data()), 0u);
+  EXPECT_EQ(flerrno, 23);
+  ILpackdesc e = desc(4, 1, 3, 1, 1);  // three-byte elements
+  e.packed = 12;
+  EXPECT_EQ(ILunpack(&e, out.data(), px.data()), 0u);
+  ILpackdesc f = desc(8, 2, 1, 1, 1);
+  f.pitch = 4;  // rows would overlap
+  f.packed = 16;
+  EXPECT_EQ(ILunpackqr4(&f, out.data(), px.data()), 0u);
+}

@@ -45,6 +45,12 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
     ILclose(in);
     return false;
   }
+  if (!FLallocok(uint64_t(img.rowBytes()) * img.height)) {
+    flerrno = 110;
+    error = ilError(path);
+    ILclose(in);
+    return false;
+  }
   img.pixels.assign(img.rowBytes() * size_t(img.height), 0);
   int r = ILload(in, img.pixels.data(), nullptr);
   if (r) error = ilError(path);

@@ -204,6 +204,10 @@ VORA_API const char* FLgetwork(void);
 VORA_API const char* FLgetext(const char* name);
 
 /* ---- memory and lists ------------------------------------------------------------------- */
+/* The one check before an allocation whose size comes from outside data: nonzero when bytes is
+ * within the documented limit: VORA_MAX_ALLOC_MB (mebibytes) when set, else 4096 MiB. Readers that
+ * can bound a size by the file's length check that first. */
+VORA_API int FLallocok(uint64_t bytes);
 /* Grows *buffer (realloc) to hold at least need bytes, tracking the capacity in *size;
  * returns the buffer or null with flerrno FL_ENOMEM (the old buffer then stays). */
 VORA_API void* FLgrow(void** buffer, size_t* size, size_t need);
