@@ -47,7 +47,9 @@ fuzz-smoke: deps
 	  seeds=$$(awk -v n=$$name '$$1 == n { print $$2 }' fuzz/seeds.list); [ -n "$$seeds" ] || seeds=$$corpus; \
 	  echo "fuzz-smoke: $$name for $(FUZZ_SECONDS)s"; \
 	  $$t -max_total_time=$(FUZZ_SECONDS) -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
-	    $$corpus $$seeds 2>&1 | tail -n 12; \
+	    -artifact_prefix=$(BUILD_FUZZ)/ $$corpus $$seeds > $(BUILD_FUZZ)/$$name.log 2>&1 \
+	    || { tail -n 40 $(BUILD_FUZZ)/$$name.log; echo "fuzz-smoke: $$name found a problem"; exit 1; }; \
+	  tail -n 6 $(BUILD_FUZZ)/$$name.log; \
 	done
 
 bench: build

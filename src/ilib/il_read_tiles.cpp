@@ -147,8 +147,8 @@ int placeInBand(Handle* h, ReadState& rs, const ReadState::Tile& t, uint64_t* pl
   unsigned char* band = t.depth ? h->zband : h->band;
   size_t bandRow = t.depth ? size_t(width) * 4 : h->linebytes;
   if (!band) return 0;
-  unsigned char* dest = band + (t.y0 - rs.bandY0) * bandRow + t.x0 * px;
   if (t.y0 >= rs.bandY0 && t.y1 <= rs.bandY1) {
+    unsigned char* dest = band + (t.y0 - rs.bandY0) * bandRow + t.x0 * px;
     if (int r = decodeTile(h, t, dest, width)) return r;
   } else {  // spans several bands: decode whole, copy the rows of this band
     uint32_t tw = t.x1 - t.x0 + 1, th = t.y1 - t.y0 + 1;

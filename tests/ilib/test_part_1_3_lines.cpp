@@ -247,7 +247,6 @@ TEST(Part1_3, RoundTripMatrix) {
       for (int type : {IL_COLOR, IL_COLOR | IL_ALPHA, IL_ALPHA, IL_COLOR | IL_ALPHA | IL_ZBUFFER})
         for (int compress : {IL_NONE, IL_RLE, IL_QRL, IL_QR4})
           for (bool topDown : {false, true}) {
-            if (w == 5000 && (compress == IL_QR4 || type == IL_ALPHA)) continue;  // time
             Bytes px = picture(w, h, bytes, uint32_t(w * 7 + type));
             std::vector<float> z = depthPicture(w, h);
             bool depth = type & IL_ZBUFFER;
@@ -260,7 +259,8 @@ TEST(Part1_3, RoundTripMatrix) {
                                " type " + std::to_string(type) + " comp " + std::to_string(compress) +
                                (topDown ? " top-down" : "");
             ASSERT_EQ(readImage(p, bytes, false, false, &back, depth ? &zb : nullptr), 0) << what;
-            ASSERT_EQ(vt::hex(back).substr(0, 64), vt::hex(want).substr(0, 64)) << what;
+            auto head = [](const Bytes& b) { return vt::hex(Bytes(b.begin(), b.begin() + long(std::min<size_t>(32, b.size())))); };
+            ASSERT_EQ(head(back), head(want)) << what;
             ASSERT_TRUE(back == want) << what;
             if (depth) {
               ASSERT_TRUE(zb == z) << what;
@@ -534,4 +534,20 @@ TEST(Part1_3_Interop, OpenImageIoWrittenReadHere) {
         EXPECT_TRUE(toTopRgb(back, w, h, bytes, channels) == top)
             << comp << " bytes " << bytes << " channels " << channels;
       }
+}
+
+TEST(Part1_3_Hostile, RegressionTileSpanningBandsFromTheFuzzer) {
+  for (bool topDown : {false, true}) {
+    ILimage* img = ILopen(VORA_TEST_DATA "/iff/bad-tile-spanning-bands.iff", "r");
+    ASSERT_NE(img, nullptr);
+    int w = 0, h = 0;
+    ASSERT_EQ(ILgetsize(img, &w, &h), 0);
+    ASSERT_LE(uint64_t(w) * h, 1u << 20);
+    if (topDown) ILctrl(img, IL_ST_TOPDOWN, 1);
+    Bytes line(size_t(w) * 8);
+    std::vector<float> z(static_cast<size_t>(w));
+    for (int y = 0; y < h; ++y)
+      if (ILreadline(img, line.data(), z.data())) break;  // any result, no undefined behaviour
+    ILclose(img);
+  }
 }
