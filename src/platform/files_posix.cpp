@@ -1,6 +1,7 @@
 // Platform layer (ARCHITECTURE.md 3.3): files, the current directory, user and host names.
 #include <fcntl.h>
 #include <pwd.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,6 +33,35 @@ int openWrite(const char* path) {
   do fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   while (fd < 0 && errno == EINTR);
   return fd;
+}
+
+int openCreate(const char* path, int mode) {
+  int fd;
+  do fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+  while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+long readAt(int fd, void* buf, size_t n, int64_t pos) {
+  size_t done = 0;
+  while (done < n) {
+    ssize_t r = pread(fd, static_cast<char*>(buf) + done, n - done, off_t(pos + int64_t(done)));
+    if (r < 0 && errno == EINTR) continue;
+    if (r < 0) return -1;
+    if (r == 0) break;
+    done += size_t(r);
+  }
+  return long(done);
+}
+
+const uint8_t* mapFile(int fd, int64_t size) {
+  if (size <= 0) return nullptr;
+  void* p = mmap(nullptr, size_t(size), PROT_READ, MAP_PRIVATE, fd, 0);
+  return p == MAP_FAILED ? nullptr : static_cast<const uint8_t*>(p);
+}
+
+void unmapFile(const uint8_t* data, int64_t size) {
+  if (data) munmap(const_cast<uint8_t*>(data), size_t(size));
 }
 
 int64_t fileSize(int fd) {

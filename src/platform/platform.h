@@ -35,6 +35,11 @@ long readSome(int fd, void* buf, size_t n);
 
 int openRead(const char* path);               // -1 with errno on failure
 int openWrite(const char* path);              // create/truncate, mode 0666 & umask
+int openCreate(const char* path, int mode);   // create/truncate with the given permissions
+long readAt(int fd, void* buf, size_t n, int64_t pos);  // bytes read (short at the end), -1
+// Maps a whole regular file read-only; null when it cannot (the caller then reads with readAt).
+const uint8_t* mapFile(int fd, int64_t size);
+void unmapFile(const uint8_t* data, int64_t size);
 int64_t fileSize(int fd);                     // -1 when not a regular file
 bool seekTo(int fd, int64_t pos);
 bool writeAt(int fd, const void* data, size_t n, int64_t pos);

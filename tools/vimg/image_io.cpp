@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include <vora/ilib.h>
+#include <vora/sgi.h>
 
 namespace vimg {
 
@@ -38,6 +39,7 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
   img.height = int(h->height);
   img.bytes = h->bytes == 2 ? 2 : 1;
   img.alpha = h->type & IL_ALPHA;
+  img.channels = ((h->type & IL_COLOR) ? 3 : 1) + (img.alpha ? 1 : 0);
   if (img.bytes == 2) ILsetbpp(in, 2);
   if (img.width < 1 || img.height < 1 || img.width > 32768 || img.height > 32768) {
     flerrno = 106;
@@ -91,6 +93,7 @@ bool readQt(const std::string& path, Image& img, std::string& error) {
   }
   bool deep = q.depth() > 32 || q.format() == QImage::Format_Grayscale16;
   img.alpha = q.hasAlphaChannel();
+  img.channels = (q.isGrayscale() ? 1 : 3) + (img.alpha ? 1 : 0);
   img.width = q.width();
   img.height = q.height();
   img.bytes = deep ? 2 : 1;
@@ -146,7 +149,100 @@ bool writeQt(const std::string& path, const Image& src, const WriteOptions& opt,
   return true;
 }
 
+// SGI rows: bottom row first like ours; channel z of a row is one getrow.
+bool readSgi(const std::string& path, Image& img, std::string& error) {
+  IMAGE* in = iopen(path.c_str(), "r", 0, 0, 0, 0, 0);
+  if (!in) {
+    error = path + ": not a readable SGI image";
+    return false;
+  }
+  img.width = in->xsize;
+  img.height = in->ysize;
+  img.bytes = (in->type & 0xFF) == 2 ? 2 : 1;
+  int z = in->zsize;
+  img.channels = z >= 4 ? 4 : z;
+  img.alpha = z == 2 || z >= 4;
+  if (img.width < 1 || img.height < 1 || z < 1 || !FLallocok(uint64_t(img.rowBytes()) * img.height)) {
+    error = path + ": SGI image of no or too many pixels";
+    iclose(in);
+    return false;
+  }
+  img.pixels.assign(img.rowBytes() * size_t(img.height), 0);
+  std::vector<unsigned short> row(size_t(img.width));
+  // Channel c of the file goes to element: grey to B, G, R; RGB to R, G, B; alpha to A.
+  for (int y = 0; y < img.height; ++y)
+    for (int c = 0; c < img.channels; ++c) {
+      if (getrow(in, row.data(), unsigned(y), unsigned(c)) < 0) {
+        error = path + ": damaged SGI image (row " + std::to_string(y) + ", channel " + std::to_string(c) + ")";
+        iclose(in);
+        return false;
+      }
+      bool grey = img.channels <= 2;
+      for (int x = 0; x < img.width; ++x) {
+        unsigned v = row[size_t(x)];
+        size_t px = (size_t(y) * img.width + x) * 4;
+        auto put = [&](int e) {
+          if (img.bytes == 2) memcpy(&img.pixels[(px + e) * 2], &row[size_t(x)], 2);
+          else img.pixels[px + e] = uint8_t(v);
+        };
+        if (grey && c == 0) put(0), put(1), put(2);
+        else if (grey || c == 3) put(3);
+        else put(2 - c);
+      }
+    }
+  if (!img.alpha)
+    for (size_t i = 0; i < size_t(img.width) * img.height; ++i) {
+      if (img.bytes == 2) img.pixels[(i * 4 + 3) * 2] = img.pixels[(i * 4 + 3) * 2 + 1] = 0xFF;
+      else img.pixels[i * 4 + 3] = 0xFF;
+    }
+  iclose(in);
+  return true;
+}
+
+bool writeSgi(const std::string& path, const Image& src, const WriteOptions& opt, std::string& error) {
+  Image img = withBytes(src, opt.bits == 16 ? 2 : opt.bits == 8 ? 1 : src.bytes);
+  std::string ext = lowerExtension(path);
+  int z = ext == "bw" ? 1 : ext == "rgb" ? 3 : ext == "rgba" ? 4 : img.channels;
+  unsigned type = (opt.compress == 0 ? 0x000u : 0x100u) | unsigned(img.bytes);
+  IMAGE* out = iopen(path.c_str(), "w", type, 3, unsigned(img.width), unsigned(img.height), unsigned(z));
+  if (!out) {
+    error = path + ": cannot create the SGI image";
+    return false;
+  }
+  std::vector<unsigned short> row(size_t(img.width));
+  bool ok = true;
+  for (int c = 0; c < z && ok; ++c)
+    for (int y = 0; y < img.height && ok; ++y) {
+      // Grey from green; RGB from R, G, B; alpha from A.
+      int e = z <= 2 ? (c == 0 ? 1 : 3) : c == 3 ? 3 : 2 - c;
+      for (int x = 0; x < img.width; ++x) {
+        size_t at = (size_t(y) * img.width + x) * 4 + size_t(e);
+        if (img.bytes == 2) memcpy(&row[size_t(x)], &img.pixels[at * 2], 2);
+        else row[size_t(x)] = img.pixels[at];
+      }
+      ok = putrow(out, row.data(), unsigned(y), unsigned(c)) >= 0;
+    }
+  if (iclose(out) != 0 || !ok) {
+    error = path + ": error writing the SGI image";
+    return false;
+  }
+  return true;
+}
+
+bool isSgiExtension(const std::string& ext) {
+  return ext == "sgi" || ext == "rgb" || ext == "rgba" || ext == "bw" || ext == "int" || ext == "inta";
+}
+
 }  // namespace
+
+bool isSgiFile(const std::string& path) {
+  FILE* f = fopen(path.c_str(), "rb");
+  if (!f) return false;
+  unsigned char m[2] = {};
+  size_t n = fread(m, 1, 2, f);
+  fclose(f);
+  return n == 2 && m[0] == 0x01 && m[1] == 0xDA;
+}
 
 bool isNativeFile(const std::string& path) {
   std::string ext = lowerExtension(path);
@@ -162,6 +258,7 @@ bool isNativeFile(const std::string& path) {
 bool readImage(const std::string& path, Image& img, std::string& error) {
   // Native images and anything Qt does not know go through ILopen (and its converter programs).
   if (isNativeFile(path)) return readNative(path, img, error);
+  if (isSgiFile(path)) return readSgi(path, img, error);
   QImageReader probe(QString::fromStdString(path));
   if (probe.canRead()) return readQt(path, img, error);
   return readNative(path, img, error);
@@ -171,6 +268,7 @@ bool writeImage(const std::string& path, const Image& img, const WriteOptions& o
                 std::string& error) {
   std::string ext = lowerExtension(path);
   if (ext == "iff" || ext.empty()) return writeNative(path, img, opt, error);
+  if (isSgiExtension(ext)) return writeSgi(path, img, opt, error);
   return writeQt(path, img, opt, error);
 }
 

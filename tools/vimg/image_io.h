@@ -13,18 +13,20 @@ struct Image {
   int width = 0, height = 0;
   int bytes = 1;       // bytes per channel
   bool alpha = false;  // the picture has an alpha channel worth keeping
+  int channels = 4;    // channels of the source: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA
   std::vector<uint8_t> pixels;
   size_t rowBytes() const { return size_t(width) * 4 * bytes; }
 };
 
 struct WriteOptions {
-  int compress = 1;            // native: IL_NONE .. IL_QR4
+  int compress = 1;            // native: IL_NONE .. IL_QR4; SGI: 0 verbatim, else run-length
   int tileWidth = 0, tileHeight = 0;  // native: 0 = the default tiling
   int bits = 0;                // 8 or 16; 0 = as the image
   bool topDown = false;        // native: send lines top line first
 };
 
 bool isNativeFile(const std::string& path);
+bool isSgiFile(const std::string& path);
 bool readImage(const std::string& path, Image& img, std::string& error);
 bool writeImage(const std::string& path, const Image& img, const WriteOptions& opt,
                 std::string& error);

@@ -1,0 +1,380 @@
+// Part 2.3: the SGI image file library.
+#include <gtest/gtest.h>
+#include <vora/foundation/messages.h>
+#include <vora/sgi.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+using vt::Bytes;
+
+namespace {
+
+// Collects what the library reports ("SGI image: ..." lines).
+struct Messages : TerrorHandler {
+  std::vector<std::string> lines;
+  TerrorHandler* old;
+  Messages() : old(theErrorHandler) { theErrorHandler = this; }
+  ~Messages() override { theErrorHandler = old; }
+  void reportError(const char* m) override { lines.push_back(m); }
+  bool said(const std::string& text) const {
+    for (const auto& l : lines)
+      if (l == "SGI image: " + text) return true;
+    return false;
+  }
+};
+
+// Every pixel of an SGI file, top row first, channels interleaved, 16-bit little-endian (the
+// fixtures' convention).
+Bytes topFirst(const std::string& path, int* w = nullptr, int* h = nullptr, int* c = nullptr) {
+  IMAGE* img = iopen(path.c_str(), "r", 0, 0, 0, 0, 0);
+  if (!img) return {};
+  int bpc = img->type & 0xFF, z = img->zsize;
+  std::vector<unsigned short> row(img->xsize);
+  Bytes out(size_t(img->xsize) * img->ysize * z * bpc);
+  for (int y = 0; y < img->ysize; ++y)
+    for (int ch = 0; ch < z; ++ch) {
+      EXPECT_EQ(getrow(img, row.data(), unsigned(y), unsigned(ch)), img->xsize);
+      for (int x = 0; x < img->xsize; ++x) {
+        size_t at = ((size_t(img->ysize - 1 - y) * img->xsize + x) * z + ch) * bpc;
+        out[at] = uint8_t(row[size_t(x)]);
+        if (bpc == 2) out[at + 1] = uint8_t(row[size_t(x)] >> 8);
+      }
+    }
+  if (w) *w = img->xsize;
+  if (h) *h = img->ysize;
+  if (c) *c = z;
+  iclose(img);
+  return out;
+}
+
+std::string sha256(const Bytes& b) {
+  vt::TempDir d;
+  vt::writeFile(d.path("x"), b);
+  std::string out;
+  vt::run("sha256sum '" + d.path("x") + "'", &out);
+  return out.substr(0, 64);
+}
+
+// Writes a picture of w x h x z values (bottom row first, channel-interleaved rows) with putrow.
+std::vector<unsigned short> pattern(int w, int h, int z, int bpc, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::vector<unsigned short> v(size_t(w) * h * z);
+  unsigned mask = bpc == 2 ? 0xFFFF : 0xFF;
+  for (size_t i = 0; i < v.size(); ++i)
+    v[i] = uint16_t(((i / 7) % 3 == 0 ? rng() : (i / 50) * 13) & mask);
+  return v;
+}
+
+bool writeSgi(const std::string& path, unsigned type, int w, int h, int z,
+              const std::vector<unsigned short>& v) {
+  IMAGE* img = iopen(path.c_str(), "w", type, 3, unsigned(w), unsigned(h), unsigned(z));
+  if (!img) return false;
+  for (int ch = 0; ch < z; ++ch)
+    for (int y = 0; y < h; ++y)
+      if (putrow(img, &v[(size_t(ch) * h + y) * w], unsigned(y), unsigned(ch)) != w) return false;
+  return iclose(img) == 0;
+}
+
+std::vector<unsigned short> readSgi(const std::string& path, int w, int h, int z) {
+  IMAGE* img = iopen(path.c_str(), "r", 0, 0, 0, 0, 0);
+  std::vector<unsigned short> v(size_t(w) * h * z);
+  if (!img) return {};
+  for (int ch = 0; ch < z; ++ch)
+    for (int y = 0; y < h; ++y) getrow(img, &v[(size_t(ch) * h + y) * w], unsigned(y), unsigned(ch));
+  iclose(img);
+  return v;
+}
+
+}  // namespace
+
+TEST(Part2_3, FixturesFromOtherProgramsReadWithTheReferencePixels) {
+  struct Fixture {
+    const char* name;
+    const char* sha;
+  } fixtures[] = {
+      {"im_gray8_50x20_rle.sgi", "3a0314ea9e25b984edb875f829312c572f4579932421085390cc9f07a10d864a"},
+      {"im_rgb8_50x20_verbatim.sgi", "ff60a3745d11397cec190adf297e75053f1b136fcbbffbe37773fea197da5e99"},
+      {"im_rgba8_150x12_rle.sgi", "ba43580f0e0cfbded29c54372a8d3f57b2f2c69b7449c6209a5aeea34dfe89c8"},
+      {"im_rgba16_20x10_verbatim.sgi", "cce81749545bcd04ec74281a2d58cc5b8fd67865d94fd8f93d07635ab46850e0"},
+      {"pnmtosgi_rgb16_40x16_rle.sgi", "32dd5141d1c7efee81c5913fd918488376f6557d8e59752f14abd0da0436c711"},
+      {"oiiotool_gray16_24x12_verbatim.sgi", "3f6c9bb0b710961ec92208d827a87e5539da6ee01ca00d4c1f6c471ef880c7eb"},
+  };
+  for (const Fixture& f : fixtures)
+    EXPECT_EQ(sha256(topFirst(std::string(VORA_TEST_DATA "/sgi/") + f.name)), f.sha) << f.name;
+}
+
+// Edge case: a file whose first two bytes are DA 01 is rejected with "iopen: bad magic ...".
+TEST(Part2_3_EdgeCases, SwappedMagicIsRejected) {
+  vt::TempDir d;
+  Bytes f(512, 0);
+  f[0] = 0xDA, f[1] = 0x01;
+  vt::writeFile(d.path("bad.sgi"), f);
+  Messages m;
+  EXPECT_EQ(iopen(d.path("bad.sgi").c_str(), "r", 0, 0, 0, 0, 0), nullptr);
+  // The file is big-endian (dorev is always set on a little-endian machine), so DA 01 is 0xDA01.
+  EXPECT_TRUE(m.said("iopen: bad magic in image file da01\n")) << (m.lines.empty() ? "" : m.lines[0]);
+}
+
+// Edge case: iopen(file, "w", type, 3, 64, 1, 1) stores dim 1.
+TEST(Part2_3_EdgeCases, GivenDimIsIgnoredForSizes) {
+  vt::TempDir d;
+  IMAGE* img = iopen(d.path("a.sgi").c_str(), "w", 0x0001, 3, 64, 1, 1);
+  ASSERT_NE(img, nullptr);
+  EXPECT_EQ(img->dim, 1);
+  EXPECT_EQ(iclose(img), 0);
+  Bytes f = vt::readFile(d.path("a.sgi"));
+  EXPECT_EQ(f[4], 0);
+  EXPECT_EQ(f[5], 1);
+  IMAGE* two = iopen(d.path("b.sgi").c_str(), "w", 0x0001, 2, 64, 5, 9);
+  EXPECT_EQ(two->dim, 2);  // zsize is 1 for dim 2
+  EXPECT_EQ(two->zsize, 1);
+  iclose(two);
+}
+
+// Edge case: writing row 5 of a run-length file twice leaves wastebytes equal to the first write's
+// length and rowstart pointing at the second.
+TEST(Part2_3_EdgeCases, RowWrittenTwiceCountsWaste) {
+  vt::TempDir d;
+  IMAGE* img = iopen(d.path("w.sgi").c_str(), "w", 0x0101, 2, 10, 8, 1);
+  std::vector<unsigned short> row(10, 7), other(10);
+  for (int i = 0; i < 10; ++i) other[size_t(i)] = uint16_t(i);
+  ASSERT_EQ(putrow(img, row.data(), 5, 0), 10);
+  uint32_t first = img->rowsize[5];
+  EXPECT_EQ(first, 3u);  // run of 10, value, final 0
+  ASSERT_EQ(putrow(img, other.data(), 5, 0), 10);
+  EXPECT_EQ(img->wastebytes, first);
+  EXPECT_EQ(img->rowstart[5], 512u + 2 * 4 * 8 + first);
+  EXPECT_EQ(img->rowsize[5], 12u);  // literal of 10: header, 10 values, final 0
+  ASSERT_EQ(iclose(img), 0);
+  std::vector<unsigned short> back(10);
+  IMAGE* in = iopen(d.path("w.sgi").c_str(), "r", 0, 0, 0, 0, 0);
+  EXPECT_EQ(in->wastebytes, first);
+  ASSERT_EQ(getrow(in, back.data(), 5, 0), 10);
+  EXPECT_EQ(back, other);
+  iclose(in);
+}
+
+// Edge case: a run of exactly 127 equal values is a run of 126 and a run of 1; a row of 300
+// distinct values is literal packets of 126, 126 and 48.
+TEST(Part2_3_EdgeCases, PacketSplitsAt126) {
+  std::vector<unsigned short> run(127, 9);
+  unsigned char out[1024];
+  ASSERT_EQ(rle_compact(run.data(), 2, out, 1, 127), 5);
+  EXPECT_EQ(vt::hex(Bytes(out, out + 5)), "7e09010900");
+  std::vector<unsigned short> distinct(300);
+  for (int i = 0; i < 300; ++i) distinct[size_t(i)] = uint16_t(i % 256 == 255 ? 7 : i % 256);
+  int n = rle_compact(distinct.data(), 2, out, 1, 300);
+  ASSERT_EQ(n, 300 + 3 + 1);
+  EXPECT_EQ(out[0], 0x80 | 126);
+  EXPECT_EQ(out[127], 0x80 | 126);
+  EXPECT_EQ(out[254], 0x80 | 48);
+  EXPECT_EQ(out[303], 0);
+  // Two-byte units: the length in bytes is twice the count.
+  unsigned short wide[8];
+  EXPECT_EQ(rle_compact(run.data(), 2, reinterpret_cast<unsigned char*>(wide), 2, 127), 5);
+  EXPECT_EQ(wide[0], 126);
+  EXPECT_EQ(wide[2], 1);
+}
+
+// Edge case: getrow with y = ysize reports "img_seek: row number out of range" and returns -1.
+TEST(Part2_3_EdgeCases, RowOutOfRange) {
+  Messages m;
+  IMAGE* img = iopen(VORA_TEST_DATA "/sgi/im_rgb8_50x20_verbatim.sgi", "r", 0, 0, 0, 0, 0);
+  ASSERT_NE(img, nullptr);
+  std::vector<unsigned short> row(img->xsize);
+  EXPECT_EQ(getrow(img, row.data(), img->ysize, 0), -1);
+  EXPECT_EQ(getrow(img, row.data(), 0, img->zsize), -1);
+  EXPECT_TRUE(m.said("img_seek: row number out of range\n"));
+  iclose(img);
+}
+
+TEST(Part2_3, HeaderWrittenByteForByte) {
+  vt::TempDir d;
+  std::vector<unsigned short> v = pattern(3, 2, 1, 1, 1);
+  for (auto& x : v) x = uint16_t(x % 200 + 5);
+  ASSERT_TRUE(writeSgi(d.path("h.sgi"), 0x0001, 3, 2, 1, v));
+  Bytes f = vt::readFile(d.path("h.sgi"));
+  ASSERT_EQ(f.size(), 512u + 6);
+  unsigned mn = 65535, mx = 0;
+  for (auto x : v) mn = std::min<unsigned>(mn, x), mx = std::max<unsigned>(mx, x);
+  Bytes expect = {0x01, 0xDA, 0x00, 0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x02, 0x00, 0x01};
+  vt::be32(expect, mn);
+  vt::be32(expect, mx);
+  vt::be32(expect, 0);
+  Bytes name(80, 0);
+  memcpy(name.data(), "no name", 7);
+  expect.insert(expect.end(), name.begin(), name.end());
+  vt::be32(expect, 0);  // colormap
+  EXPECT_EQ(vt::hex(Bytes(f.begin(), f.begin() + 108)), vt::hex(expect));
+  // Bytes 176 to 511 are not written (a hole of zeros in a new file); rows start at 512.
+  EXPECT_EQ(Bytes(f.begin() + 176, f.begin() + 512), Bytes(336, 0));
+  EXPECT_EQ(f[512], v[0]);
+}
+
+TEST(Part2_3, RoundTripsOfEveryStorageDepthAndChannelCount) {
+  vt::TempDir d;
+  for (unsigned storage : {0u, 1u})
+    for (int bpc : {1, 2})
+      for (int z : {1, 3, 4})
+        for (int w : {1, 17, 300}) {
+          int h = 9;
+          std::vector<unsigned short> v = pattern(w, h, z, bpc, uint32_t(w + z * 7 + bpc));
+          std::string p = d.path("r.sgi");
+          ASSERT_TRUE(writeSgi(p, (storage << 8) | unsigned(bpc), w, h, z, v));
+          EXPECT_EQ(readSgi(p, w, h, z), v) << storage << " " << bpc << " " << z << " " << w;
+        }
+}
+
+// ---- interoperability -----------------------------------------------------------------------
+
+namespace {
+const char* kPeer = "/usr/bin/python3 " VORA_TEST_TOOLS "/oiio_pixels.py";
+
+// Writes the top-first interleaved pixels as a binary PNM/PAM that ImageMagick reads.
+void writePam(const std::string& path, const Bytes& px, int w, int h, int c, int bpc) {
+  const char* tuple = c == 1 ? "GRAYSCALE" : c == 3 ? "RGB" : "RGB_ALPHA";
+  std::string hdr = "P7\nWIDTH " + std::to_string(w) + "\nHEIGHT " + std::to_string(h) + "\nDEPTH " +
+                    std::to_string(c) + "\nMAXVAL " + (bpc == 2 ? "65535" : "255") + "\nTUPLTYPE " + tuple +
+                    "\nENDHDR\n";
+  Bytes b(hdr.begin(), hdr.end());
+  for (size_t i = 0; i < px.size(); i += size_t(bpc))
+    if (bpc == 2) b.insert(b.end(), {px[i + 1], px[i]});  // PAM is big-endian
+    else b.push_back(px[i]);
+  vt::writeFile(path, b);
+}
+}  // namespace
+
+// Must show: files written by ImageMagick and by OpenImageIO (RLE and verbatim, 8 and 16 bits, grey,
+// RGB and RGBA) read here with identical pixels; files written here read identically in both.
+TEST(Part2_3_Interop, ImageMagickAndOpenImageIoBothWays) {
+  vt::TempDir d;
+  for (int bpc : {1, 2})
+    for (int c : {1, 3, 4}) {
+      const int w = 70, h = 21;
+      std::vector<unsigned short> v = pattern(w, h, c, bpc, uint32_t(bpc * 10 + c));
+      for (const char* storage : {"RLE", "None"}) {
+        std::string ours = d.path("ours.sgi");
+        ASSERT_TRUE(writeSgi(ours, (std::string(storage) == "RLE" ? 0x100u : 0u) | unsigned(bpc), w, h, c, v));
+        Bytes px = topFirst(ours);
+        std::string what = std::string(storage) + " bpc " + std::to_string(bpc) + " c " + std::to_string(c);
+        // ImageMagick reads ours.
+        std::string out;
+        std::string fmt = c == 1 ? "gray" : c == 3 ? "rgb" : "rgba";
+        vt::run("convert '" + ours + "' -depth " + std::to_string(bpc * 8) + " -endian LSB " + fmt + ":- | sha256sum", &out);
+        EXPECT_EQ(out.substr(0, 64), sha256(px)) << "ImageMagick reading ours, " << what;
+        // OpenImageIO reads ours.
+        ASSERT_EQ(vt::run(std::string(kPeer) + " read '" + ours + "' '" + d.path("o.raw") + "'"), 0);
+        EXPECT_TRUE(vt::readFile(d.path("o.raw")) == px) << "OpenImageIO reading ours, " << what;
+        // ImageMagick writes (its 16-bit SGI is verbatim even when asked for RLE).
+        writePam(d.path("src.pam"), px, w, h, c, bpc);
+        std::string im = d.path("im.sgi");
+        ASSERT_EQ(vt::run("convert '" + d.path("src.pam") + "' -depth " + std::to_string(bpc * 8) + " -compress " +
+                          storage + " '" + im + "'"), 0);
+        EXPECT_TRUE(topFirst(im) == px) << "ours reading ImageMagick's, " << what;
+      }
+      // OpenImageIO writes (verbatim only).
+      Bytes px = topFirst(d.path("ours.sgi"));
+      vt::writeFile(d.path("in.raw"), px);
+      std::string oi = d.path("oi.sgi");
+      ASSERT_EQ(vt::run(std::string(kPeer) + " write '" + oi + "' " + std::to_string(w) + " " + std::to_string(h) + " " +
+                        std::to_string(c) + " " + std::to_string(bpc * 8) + " '" + d.path("in.raw") + "' none"), 0);
+      EXPECT_TRUE(topFirst(oi) == px) << "ours reading OpenImageIO's, bpc " << bpc << " c " << c;
+    }
+}
+
+// ---- hostile input --------------------------------------------------------------------------
+
+namespace {
+
+Bytes header(uint16_t type, uint16_t dim, uint16_t x, uint16_t y, uint16_t z) {
+  Bytes b = {0x01, 0xDA};
+  vt::be16(b, type);
+  vt::be16(b, dim);
+  vt::be16(b, x);
+  vt::be16(b, y);
+  vt::be16(b, z);
+  b.resize(512, 0);
+  return b;
+}
+
+// Opens bytes as an SGI file and reads every row; returns "ok", or the first message.
+std::string readAll(const Bytes& file) {
+  vt::TempDir d;
+  vt::writeFile(d.path("h.sgi"), file);
+  Messages m;
+  IMAGE* img = iopen(d.path("h.sgi").c_str(), "r", 0, 0, 0, 0, 0);
+  if (!img) return m.lines.empty() ? "no image" : m.lines[0];
+  std::vector<unsigned short> row(size_t(img->xsize) + 1);
+  for (unsigned z = 0; z < img->zsize && m.lines.empty(); ++z)
+    for (unsigned y = 0; y < img->ysize && m.lines.empty(); ++y) getrow(img, row.data(), y, z);
+  iclose(img);
+  return m.lines.empty() ? "ok" : m.lines[0];
+}
+
+}  // namespace
+
+TEST(Part2_3_Hostile, BadMagicShortHeaderAndZeroSizes) {
+  EXPECT_EQ(readAll(Bytes(100, 0)), "SGI image: iopen: error on read of image header\n");
+  Bytes bad = header(1, 3, 4, 4, 3);
+  bad[1] = 0xDB;
+  EXPECT_EQ(readAll(bad), "SGI image: iopen: bad magic in image file 1db\n");
+  EXPECT_EQ(readAll(header(1, 3, 0, 0, 0)), "ok");
+  EXPECT_EQ(readAll(header(0x101, 3, 0, 0, 0)), "ok");
+}
+
+TEST(Part2_3_Hostile, Sizes65535WithoutTheDataAllocateNothingWild) {
+  // Run-length tables of 65535 x 65535 x 8 bytes cannot be in a 512-byte file.
+  EXPECT_EQ(readAll(header(0x101, 3, 65535, 65535, 65535)), "SGI image: iopen: error on read of rowstart\n");
+  // Verbatim rows past the end of the file: the first read fails.
+  EXPECT_EQ(readAll(header(0x001, 3, 65535, 65535, 3)), "SGI image: getrow: error on read of row\n");
+}
+
+TEST(Part2_3_Hostile, RowTablesPointingPastTheEnd) {
+  Bytes f = header(0x101, 2, 4, 1, 1);
+  vt::be32(f, 100000);  // rowstart
+  vt::be32(f, 3);       // rowsize
+  EXPECT_EQ(readAll(f), "SGI image: getrow: error on read of row\n");
+}
+
+TEST(Part2_3_Hostile, RowSizeLargerThanTheWorkBuffer) {
+  Bytes f = header(0x101, 2, 4, 1, 1);
+  vt::be32(f, 520);
+  vt::be32(f, 1u << 30);
+  f.resize(600, 0);
+  EXPECT_EQ(readAll(f), "SGI image: getrow: error on read of row\n");
+}
+
+TEST(Part2_3_Hostile, RunsThatOverflowARowAndTruncatedRows) {
+  Bytes f = header(0x101, 2, 4, 1, 1);
+  vt::be32(f, 520);
+  vt::be32(f, 3);
+  f.resize(520);
+  f.insert(f.end(), {0x7F, 0x09, 0x00});  // a run of 127 in a row of 4
+  EXPECT_EQ(readAll(f), "SGI image: getrow: error on read of row\n");
+  Bytes g = header(0x101, 2, 4, 1, 1);
+  vt::be32(g, 520);
+  vt::be32(g, 6);  // six bytes promised, two there
+  g.resize(520);
+  g.insert(g.end(), {0x84, 0x01});
+  EXPECT_EQ(readAll(g), "SGI image: getrow: error on read of row\n");
+  Bytes lit = header(0x101, 2, 4, 1, 1);  // a literal running past the row's bytes
+  vt::be32(lit, 520);
+  vt::be32(lit, 3);
+  lit.resize(520);
+  lit.insert(lit.end(), {0x84, 0x01, 0x02});
+  EXPECT_EQ(readAll(lit), "SGI image: getrow: error on read of row\n");
+}
+
+TEST(Part2_3_Hostile, ReadWriteModeAndWeirdTypes) {
+  Messages m;
+  EXPECT_EQ(iopen("/tmp/x.sgi", "r+", 0, 0, 0, 0, 0), nullptr);
+  EXPECT_TRUE(m.said("iopen: read/write mode not supported\n"));
+  EXPECT_EQ(readAll(header(0x201, 2, 4, 1, 1)), "SGI image: img_seek: weird image type\n");
+  EXPECT_EQ(readAll(header(0x003, 2, 4, 1, 1)), "SGI image: getrow: weird bpp\n");
+  EXPECT_EQ(readAll(header(0x001, 7, 4, 1, 1)), "SGI image: img_seek: weird dim\n");
+}
