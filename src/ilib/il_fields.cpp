@@ -70,7 +70,7 @@ void keepText(char** text, uint32_t* len, const std::vector<unsigned char>& d) {
   *text = static_cast<char*>(malloc(d.size() + 1));
   *len = 0;
   if (!*text) return;
-  memcpy(*text, d.data(), d.size());
+  if (!d.empty()) memcpy(*text, d.data(), d.size());
   (*text)[d.size()] = 0;
   *len = uint32_t(d.size());
 }

@@ -169,3 +169,10 @@ TEST(Part1_1_Hostile, ForeignFileOfRandomBytesNeverCrashes) {
     EXPECT_TRUE(r == 0 || r == 100 || r == 101 || r == 104 || r == 105 || r == 111) << r;
   }
 }
+
+TEST(Part1_1_Hostile, RegressionEmptyTextChunksFromTheFuzzer) {
+  // An AUTH chunk of no bytes (found by fuzz_il_header: a null source handed to memcpy).
+  Bytes b = vt::group("FOR4", "CIMG", vt::cat({vt::chunk("TBHD", vt::tbhd(8, 8, 3, 0, 1, 1)),
+                                               vt::chunk("AUTH", {}), vt::chunk("DATE", {})}));
+  EXPECT_EQ(headerResult(b), 0);
+}
