@@ -15,43 +15,11 @@
 
 #include <vora/ilib.h>
 
+#include "compare_common.h"
+
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double seconds(const std::function<void()>& f) {
-  auto t0 = Clock::now();
-  f();
-  return std::chrono::duration<double>(Clock::now() - t0).count();
-}
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
-
-// A render-like picture: flat regions, smooth ramps, noisy patches, an alpha with a transparent
-// band on top, a ramp, and an opaque bottom. RGBA, top line first.
-std::vector<uint8_t> picture(int n) {
-  std::vector<uint8_t> p(size_t(n) * n * 4);
-  std::mt19937 rng(42);
-  for (int y = 0; y < n; ++y)
-    for (int x = 0; x < n; ++x) {
-      uint8_t* q = &p[(size_t(y) * n + x) * 4];
-      int bx = x / 256, by = y / 256;
-      int kind = (bx * 7 + by * 3) % 5;
-      if (kind == 0) {  // noise
-        uint32_t r = rng();
-        q[0] = uint8_t(r), q[1] = uint8_t(r >> 8), q[2] = uint8_t(r >> 16);
-      } else if (kind == 1) {  // ramps
-        q[0] = uint8_t(x), q[1] = uint8_t(y), q[2] = uint8_t((x + y) / 2);
-      } else {  // flat
-        q[0] = uint8_t(bx * 16), q[1] = uint8_t(by * 16), q[2] = uint8_t(kind * 60);
-      }
-      q[3] = y < n / 8 ? 0 : y > n / 2 ? 255 : uint8_t((y - n / 8) * 255 / (n / 2 - n / 8));
-    }
-  return p;
-}
+using namespace bench;
 
 // Ours: bottom line first, blue green red alpha.
 std::vector<uint8_t> toIl(const std::vector<uint8_t>& rgba, int n) {
@@ -140,25 +108,13 @@ int main(int argc, char** argv) {
     return 1;
   }
   double mem = median(tMem);
-  auto row = [&](const char* what, double ours_, double peer_) {
-    printf("%-34s %9.1f ms %9.1f ms   %5.2fx   ours %5.1fx memcpy\n", what, ours_ * 1e3, peer_ * 1e3,
-           peer_ / ours_, ours_ / mem);
-  };
-  FILE* f = fopen(ours.c_str(), "rb");
-  fseek(f, 0, SEEK_END);
-  long so = ftell(f);
-  fclose(f);
-  f = fopen(peer.c_str(), "rb");
-  fseek(f, 0, SEEK_END);
-  long sp = ftell(f);
-  fclose(f);
   printf("%d x %d RGBA 8-bit, %zu MB of pixels; RLE files: ours %.1f MB, OpenImageIO %.1f MB; "
          "medians of %d rounds\n",
-         n, n, il.size() >> 20, so / 1048576.0, sp / 1048576.0, rounds);
-  printf("%-34s %12s %12s   %6s\n", "", "voraimage", "OpenImageIO", "speedup");
-  row("write RLE", median(tOw), median(tPw));
-  row("read RLE (file written by us)", median(tOrO), median(tPrO));
-  row("read RLE (file written by OIIO)", median(tOrP), median(tPrP));
-  printf("%-34s %9.1f ms  (%.1f GB/s)\n", "memcpy of the pixels", mem * 1e3, il.size() / mem / 1e9);
+         n, n, il.size() >> 20, megabytes(ours), megabytes(peer), rounds);
+  printf("%-40s %12s %12s   %6s\n", "", "voraimage", "OpenImageIO", "speedup");
+  row("write RLE", median(tOw), median(tPw), mem);
+  row("read RLE (file written by us)", median(tOrO), median(tPrO), mem);
+  row("read RLE (file written by OIIO)", median(tOrP), median(tPrP), mem);
+  printf("%-40s %9.1f ms  (%.1f GB/s)\n", "memcpy of the pixels", mem * 1e3, il.size() / mem / 1e9);
   return 0;
 }

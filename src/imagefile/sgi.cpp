@@ -295,12 +295,18 @@ int getrow(IMAGE* img, unsigned short* buffer, unsigned y, unsigned z) {
   size_t index = img->dim == 1 ? 0 : img->dim == 2 ? y : y + size_t(z) * img->ysize;
   uint32_t len = img->rowsize[index];
   // A row longer than the work buffer cannot be a row of this width.
-  if (len > r->tmpBytes || !readAt(r, img->tmpbuf, len, at)) return readFailed();
-  if (bpc(img) == 2 && img->dorev)
-    for (uint32_t i = 0; i < len / 2; ++i) img->tmpbuf[i] = swap16(img->tmpbuf[i]);
+  if (len > r->tmpBytes) return readFailed();
+  const unsigned char* packets;
+  if (bpc(img) == 1 && r->map && at >= 0 && at <= r->mapSize && int64_t(len) <= r->mapSize - at) {
+    packets = r->map + at;  // byte packets need no swapping: expanded straight from the file
+  } else {
+    if (!readAt(r, img->tmpbuf, len, at)) return readFailed();
+    if (bpc(img) == 2 && img->dorev)
+      for (uint32_t i = 0; i < len / 2; ++i) img->tmpbuf[i] = swap16(img->tmpbuf[i]);
+    packets = reinterpret_cast<const unsigned char*>(img->tmpbuf);
+  }
   img->offset += len;
-  int n = rle_expand(reinterpret_cast<const unsigned char*>(img->tmpbuf), int(bpc(img)), buffer, 2,
-                     int(xs), int(len));
+  int n = rle_expand(packets, int(bpc(img)), buffer, 2, int(xs), int(len));
   if (n < 0) return readFailed();
   for (unsigned i = unsigned(n); i < xs; ++i) buffer[i] = 0;  // a short row: the rest is 0
   return int(xs);

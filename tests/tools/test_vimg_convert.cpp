@@ -75,3 +75,30 @@ TEST(VimgConvert, ErrorsNameTheFile) {
   EXPECT_NE(out.find("missing.png"), std::string::npos) << out;
   EXPECT_NE(convert(VORA_TEST_DATA "/iff/rgb8_40x30_rle.iff " + d.path("x.iff") + " --compress zip", &out), 0);
 }
+
+TEST(VimgConvert, SgiBothWaysAndInfo) {
+  vt::TempDir d;
+  std::string ref = rgba(VORA_TEST_DATA "/iff/rgba8_70x66_rle.png");
+  for (const char* comp : {"rle", "none"})
+    for (const char* bits : {"8", "16"}) {
+      std::string sgi = d.path(std::string("a_") + comp + bits + ".sgi");
+      ASSERT_EQ(convert(VORA_TEST_DATA "/iff/rgba8_70x66_rle.iff " + sgi + " --compress " + comp + " --bits " + bits), 0);
+      std::string info;
+      ASSERT_EQ(vimg("info " + sgi, &info), 0);
+      EXPECT_NE(info.find(std::string("storage      ") + (std::string(comp) == "rle" ? "run-length" : "verbatim")),
+                std::string::npos) << info;
+      EXPECT_NE(info.find("4 channels"), std::string::npos) << info;
+      EXPECT_EQ(rgba(sgi), ref) << comp << bits;  // ImageMagick reads ours
+      ASSERT_EQ(convert(sgi + " " + d.path("back.png")), 0);
+      EXPECT_EQ(rgba(d.path("back.png")), ref);
+    }
+  // Channel counts by extension: .bw grey, .rgb RGB.
+  ASSERT_EQ(convert(VORA_TEST_DATA "/sgi/im_gray8_50x20_rle.sgi " + d.path("g.bw")), 0);
+  std::string info;
+  ASSERT_EQ(vimg("info " + d.path("g.bw"), &info), 0);
+  EXPECT_NE(info.find("50 x 20, 1 channel\n"), std::string::npos) << info;
+  EXPECT_EQ(rgba(d.path("g.bw")), rgba(VORA_TEST_DATA "/sgi/im_gray8_50x20_rle.sgi"));
+  ASSERT_EQ(convert(VORA_TEST_DATA "/iff/rgba8_70x66_rle.iff " + d.path("c.rgb")), 0);
+  ASSERT_EQ(vimg("info " + d.path("c.rgb"), &info), 0);
+  EXPECT_NE(info.find("3 channels"), std::string::npos) << info;
+}

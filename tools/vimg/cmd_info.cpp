@@ -7,8 +7,10 @@
 
 #include <vora/foundation/fl.h>
 #include <vora/ilib.h>
+#include <vora/sgi.h>
 
 #include "commands.h"
+#include "image_io.h"
 #include "json.h"
 
 namespace vimg {
@@ -134,10 +136,16 @@ struct FieldInfo {
   std::string value;
 };
 
+struct SgiInfo {
+  bool is = false;
+  IMAGE h{};
+};
+
 struct Report {
   std::string file;
   std::string error;
   int code = 0;
+  SgiInfo sgi;
   ILheader hdr{};
   uint32_t version = 0;
   float dpi = 0;
@@ -150,6 +158,18 @@ struct Report {
 Report inspect(const std::string& file, bool chunks) {  // chunks: walk the tree too
   Report rep;
   rep.file = file;
+  if (isSgiFile(file)) {
+    IMAGE* img = iopen(file.c_str(), "r", 0, 0, 0, 0, 0);
+    if (!img) {
+      rep.error = "not a readable SGI image";
+      rep.code = -1;
+      return rep;
+    }
+    rep.sgi.is = true;
+    rep.sgi.h = *img;
+    iclose(img);
+    return rep;
+  }
   ILimage* img = ILopen(file.c_str(), "r");
   const ILheader* hdr = img ? ILgetheader(img) : nullptr;
   if (!hdr) {
@@ -199,8 +219,24 @@ std::string tileText(const Node& n, const ILheader& h) {
   return std::to_string(packed) + (packed >= raw ? " bytes (raw)" : " bytes");
 }
 
+std::string sgiName(const IMAGE& h) { return std::string(h.name, strnlen(h.name, sizeof h.name)); }
+
+void printSgi(const Report& r) {
+  const IMAGE& h = r.sgi.h;
+  printf("%s\n", r.file.c_str());
+  printf("  format       SGI image\n");
+  printf("  size         %u x %u, %u channel%s\n", h.xsize, h.ysize, h.zsize, h.zsize == 1 ? "" : "s");
+  printf("  bytes        %u per channel\n", h.type & 0xFF);
+  printf("  storage      %s\n", (h.type >> 8) == 1 ? "run-length" : (h.type >> 8) == 0 ? "verbatim" : "unknown");
+  printf("  dim          %u\n", h.dim);
+  printf("  min, max     %u, %u\n", h.min, h.max);
+  printf("  name         %s\n", sgiName(h).c_str());
+  if ((h.type >> 8) == 1) printf("  waste        %u bytes\n", h.wastebytes);
+}
+
 void printText(const Report& r, bool chunks, bool tiles) {
   if (!r.error.empty()) return;
+  if (r.sgi.is) return printSgi(r);
   char type[64];
   printf("%s\n", r.file.c_str());
   printf("  size         %u x %u\n", r.hdr.width, r.hdr.height);
@@ -236,6 +272,22 @@ void addJson(Json& j, const Report& r, bool chunks, bool tiles) {
   j.beginObject().field("file", r.file);
   if (!r.error.empty()) {
     j.field("error", r.error).field("code", r.code).endObject();
+    return;
+  }
+  if (r.sgi.is) {
+    const IMAGE& h = r.sgi.h;
+    j.field("format", "sgi")
+        .field("width", uint32_t(h.xsize))
+        .field("height", uint32_t(h.ysize))
+        .field("channels", uint32_t(h.zsize))
+        .field("bytes", uint32_t(h.type & 0xFF))
+        .field("storage", (h.type >> 8) == 1 ? "rle" : "verbatim")
+        .field("dim", uint32_t(h.dim))
+        .field("min", h.min)
+        .field("max", h.max)
+        .field("name", sgiName(h))
+        .field("wastebytes", h.wastebytes)
+        .endObject();
     return;
   }
   char type[64];
@@ -313,7 +365,7 @@ void run(const Options& o) {
 
 void registerInfo(CLI::App& app) {
   auto opt = std::make_shared<Options>();
-  CLI::App* cmd = app.add_subcommand("info", "describe images: header, fields, texts, chunks");
+  CLI::App* cmd = app.add_subcommand("info", "describe images (native IFF, SGI): header, fields, chunks");
   cmd->add_option("files", opt->files, "image files")->required();
   cmd->add_flag("--chunks", opt->chunks, "also list the chunk tree with offsets and sizes");
   cmd->add_flag("--tiles", opt->tiles, "also list the tile rectangles with their packed sizes");

@@ -1,0 +1,111 @@
+// Side by side with OpenImageIO (issue 6's speed goal): reading and writing an RLE SGI image of
+// the same generated 4096 x 4096 RGBA 8-bit picture, in one process, medians of interleaved rounds.
+// Both sides go between the file and an interleaved RGBA 8-bit buffer. OpenImageIO 2.4 writes SGI
+// verbatim only, so its write is timed in that form (and ours both ways).
+#include <OpenImageIO/imageio.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <vora/sgi.h>
+
+#include "compare_common.h"
+
+namespace {
+
+using namespace bench;
+
+// Ours: rows from the bottom, one channel per row call.
+void oursWrite(const std::string& path, const std::vector<uint8_t>& px, int n, bool rle) {
+  IMAGE* img = iopen(path.c_str(), "w", rle ? 0x0101 : 0x0001, 3, unsigned(n), unsigned(n), 4);
+  std::vector<unsigned short> line(static_cast<size_t>(n));
+  for (int z = 0; z < 4; ++z)
+    for (int y = 0; y < n; ++y) {
+      const uint8_t* s = &px[size_t(n - 1 - y) * n * 4 + size_t(z)];
+      for (int x = 0; x < n; ++x) line[size_t(x)] = s[size_t(x) * 4];
+      putrow(img, line.data(), unsigned(y), unsigned(z));
+    }
+  if (iclose(img) != 0) {
+    fprintf(stderr, "our SGI write failed\n");
+    exit(1);
+  }
+}
+
+void oursRead(const std::string& path, std::vector<uint8_t>& px, int n) {
+  IMAGE* img = iopen(path.c_str(), "r", 0, 0, 0, 0, 0);
+  if (!img) {
+    fprintf(stderr, "our SGI read failed\n");
+    exit(1);
+  }
+  std::vector<unsigned short> line(static_cast<size_t>(n));
+  for (int y = 0; y < n; ++y)
+    for (int z = 0; z < 4; ++z) {
+      getrow(img, line.data(), unsigned(y), unsigned(z));
+      uint8_t* d = &px[size_t(n - 1 - y) * n * 4 + size_t(z)];
+      for (int x = 0; x < n; ++x) d[size_t(x) * 4] = uint8_t(line[size_t(x)]);
+    }
+  iclose(img);
+}
+
+void peerWrite(const std::string& path, const std::vector<uint8_t>& px, int n) {
+  OIIO::ImageSpec spec(n, n, 4, OIIO::TypeDesc::UINT8);
+  auto out = OIIO::ImageOutput::create(path);
+  if (!out || !out->open(path, spec) || !out->write_image(OIIO::TypeDesc::UINT8, px.data())) {
+    fprintf(stderr, "OIIO write failed: %s\n", OIIO::geterror().c_str());
+    exit(1);
+  }
+  out->close();
+}
+
+void peerRead(const std::string& path, std::vector<uint8_t>& px) {
+  auto in = OIIO::ImageInput::open(path);
+  if (!in || !in->read_image(0, 0, 0, 4, OIIO::TypeDesc::UINT8, px.data())) {
+    fprintf(stderr, "OIIO read failed: %s\n", OIIO::geterror().c_str());
+    exit(1);
+  }
+  in->close();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int n = 4096, rounds = 7;
+  std::string dir = "/tmp";
+  for (int i = 1; i < argc; ++i) {
+    if (!strcmp(argv[i], "--size") && i + 1 < argc) n = atoi(argv[++i]);
+    else if (!strcmp(argv[i], "--rounds") && i + 1 < argc) rounds = atoi(argv[++i]);
+    else dir = argv[i];
+  }
+  std::vector<uint8_t> px = picture(n), a(px.size()), b(px.size()), dst(px.size());
+  std::string rle = dir + "/bench_ours_rle.sgi", verb = dir + "/bench_ours_verbatim.sgi",
+              peer = dir + "/bench_oiio.sgi";
+  std::vector<double> tMem, tOwR, tOwV, tPw, tOr, tPr, tOrP, tPrP;
+  for (int r = 0; r < rounds; ++r) {
+    tMem.push_back(seconds([&] { memcpy(dst.data(), px.data(), px.size()); }));
+    tOwR.push_back(seconds([&] { oursWrite(rle, px, n, true); }));
+    tOwV.push_back(seconds([&] { oursWrite(verb, px, n, false); }));
+    tPw.push_back(seconds([&] { peerWrite(peer, px, n); }));
+    tOr.push_back(seconds([&] { oursRead(rle, a, n); }));
+    tPr.push_back(seconds([&] { peerRead(rle, b); }));
+    tOrP.push_back(seconds([&] { oursRead(peer, a, n); }));
+    tPrP.push_back(seconds([&] { peerRead(peer, b); }));
+  }
+  oursRead(rle, a, n);
+  peerRead(rle, b);
+  if (a != px || b != px) {
+    fprintf(stderr, "the readers disagree with the picture\n");
+    return 1;
+  }
+  double mem = median(tMem);
+  printf("%d x %d RGBA 8-bit, %zu MB of pixels; files: our RLE %.1f MB, our verbatim %.1f MB, "
+         "OpenImageIO's (verbatim) %.1f MB; medians of %d rounds\n",
+         n, n, px.size() >> 20, megabytes(rle), megabytes(verb), megabytes(peer), rounds);
+  printf("%-40s %12s %12s   %6s\n", "", "voraimage", "OpenImageIO", "speedup");
+  row("write: ours RLE, OIIO verbatim (its only)", median(tOwR), median(tPw), mem);
+  row("write verbatim, both", median(tOwV), median(tPw), mem);
+  row("read our RLE file", median(tOr), median(tPr), mem);
+  row("read OIIO's verbatim file", median(tOrP), median(tPrP), mem);
+  printf("%-40s %9.1f ms  (%.1f GB/s)\n", "memcpy of the pixels", mem * 1e3, px.size() / mem / 1e9);
+  return 0;
+}
