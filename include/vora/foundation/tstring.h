@@ -1,6 +1,5 @@
 // Foundation stand-in (ARCHITECTURE.md 3.1): Tstring, a small text class over std::string, and
-// TstringArray. Regular-expression matching (matchesRegexp) arrives with Part 2.5, which chooses
-// the engine.
+// TstringArray.
 #pragma once
 
 #include <cstdint>
@@ -32,6 +31,12 @@ class VORA_API Tstring {
   int substitute(const char* from, const char* to);
   // True when the whole text is a decimal 32-bit integer (optional sign); value receives it.
   bool isInt32(int32_t* value = nullptr) const;
+  // Matches the whole text against a regular expression (RE2 syntax: linear time, no backtracking,
+  // so very long texts are safe). Returns the number of capture groups of the expression when it
+  // matches (an expression without groups answers 1), 0 when it does not or is invalid. groups,
+  // when given, receives up to maxGroups captured texts. Compiled expressions are cached per thread.
+  int matchesRegexp(const Tstring& pattern, std::vector<Tstring>* groups = nullptr,
+                    int maxGroups = 9) const;
 
   Tstring& operator+=(const Tstring& o) {
     s_ += o.s_;
