@@ -38,5 +38,7 @@ class VORA_API TimageSequence {
   bool isRegexAlgorithm() const;
 
  private:
+  // setFileNameAndFormat without the throw for a file that does not fit (0 then).
+  unsigned bind(const Tstring& fileName, const Tstring& format);
   TimageSequenceImpl* impl_;
 };

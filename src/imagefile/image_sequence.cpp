@@ -49,14 +49,20 @@ TimageSequence::~TimageSequence() { delete impl_; }
 void TimageSequence::setFileNameFormats(const TstringArray& formats) { formatList() = formats; }
 void TimageSequence::getFileNameFormats(TstringArray& formats) { formats = formatList(); }
 
-unsigned TimageSequence::setFileNameAndFormat(const Tstring& fileName, const Tstring& format) {
+unsigned TimageSequence::bind(const Tstring& fileName, const Tstring& format) {
   impl_->reset();
-  if (fileName.isEmpty() || format.isEmpty()) throw 1;
+  if (fileName.isEmpty() || format.isEmpty()) return 0;
   impl_->fileName = fileName;
   impl_->format = format;
   unsigned score = 0;
-  if (!impl_->matchesFormat(fileName, score)) throw 1;
+  if (!impl_->matchesFormat(fileName, score)) return 0;
   impl_->matched = true;
+  return score;
+}
+
+unsigned TimageSequence::setFileNameAndFormat(const Tstring& fileName, const Tstring& format) {
+  unsigned score = bind(fileName, format);
+  if (score == 0) throw 1;
   return score;
 }
 
@@ -83,11 +89,13 @@ bool TimageSequence::initializeToBestMatch(const Tstring& fileName, TimageSequen
   unsigned best = 0;
   const Tstring* bestFormat = nullptr;
   for (const Tstring& f : formats) {
+    // As setFileNameAndFormat, whose thrown integer counts as 0; the bind is asked directly so
+    // that a file tried against many formats does not throw for each (anything else passes out).
     unsigned score = 0;
     try {
-      score = sequence.setFileNameAndFormat(fileName, f);
+      score = sequence.bind(fileName, f);
     } catch (int) {
-      score = 0;  // a thrown integer is a failed format; anything else passes out
+      score = 0;
     }
     if (score > best) {  // strictly greater: on a tie the earlier format wins
       best = score;

@@ -84,17 +84,21 @@ bool TimageSequenceRegexImpl::frameInfo(int& frame, Tstring& pattern) const {
   Tstring re = TimageSequence::convertToRegex(format, pad);
   std::vector<Tstring> groups;
   if (!base.matchesRegexp(re, &groups, 9)) return false;
-  std::string out;
-  bool found = false;
+  // The groups are pieces of the base name in order, with the format's literal characters
+  // between them; the last integer group is the frame number. Its place is found by walking the
+  // name, so the pattern keeps those literals (atFrame, as the Part gives it, does not).
+  const std::string& b = base.str();
+  size_t at = 0, numAt = std::string::npos, numLen = 0;
   for (const Tstring& g : groups) {
+    size_t found = b.find(g.str(), at);
+    if (found == std::string::npos) return false;
     int32_t v;
-    if (g.isInt32(&v)) {
-      frame = v, found = true;  // the last integer group is the frame number
-      out += std::string(size_t(pad > 1 ? pad : 1), '#');
-    } else {
-      out += g.str();
-    }
+    if (g.isInt32(&v)) frame = v, numAt = found, numLen = g.length();
+    at = found + g.length();
   }
+  if (numAt == std::string::npos) return false;
+  std::string out = b;
+  out.replace(numAt, numLen, std::string(size_t(pad > 1 ? pad : 1), '#'));
   pattern = Tstring(out);
-  return found;
+  return true;
 }

@@ -10,5 +10,6 @@ extern int exitStatus;
 
 void registerInfo(CLI::App& app);
 void registerConvert(CLI::App& app);
+void registerSeq(CLI::App& app);
 
 }  // namespace vimg

@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   vimg::registerInfo(app);
   vimg::registerConvert(app);
+  vimg::registerSeq(app);
   CLI11_PARSE(app, argc, argv);
   return vimg::exitStatus;
 }
