@@ -1,0 +1,320 @@
+// Part 4.2: LUT file formats: the trial order, every parser, real files against OpenColorIO.
+#include <gtest/gtest.h>
+#include <vora/colorlut.h>
+
+#include <cmath>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "support/test_support.h"
+
+namespace {
+
+const std::string kData = VORA_TEST_DATA "/lut/";
+
+struct Read {
+  std::unique_ptr<TccLut> lut;
+  std::string parser;
+};
+
+Read readFile(const std::string& path) {
+  TfileStream s(path.c_str());
+  const char* p = nullptr;
+  Read r;
+  r.lut.reset(TccLutFile::read(s, &p));
+  r.parser = p ? p : "";
+  return r;
+}
+
+Read readText(const std::string& text) {
+  vt::TempDir d;
+  std::ofstream(d.path("x.lut"), std::ios::binary) << text;
+  return readFile(d.path("x.lut"));
+}
+
+TscLutColor at(const TccLut& l, float r, float g, float b) {
+  TscLutColor o(0, 0, 0, 0);
+  l.convert(TscLutColor(r, g, b), o);
+  return o;
+}
+
+// Largest difference from OpenColorIO's outputs (refs/<name>.tsv) over its 160 points.
+double diffFromOcio(const TccLut& l, const std::string& name) {
+  std::ifstream t(kData + "refs/" + name + ".tsv");
+  std::string line;
+  double worst = 0;
+  int rows = 0;
+  while (std::getline(t, line)) {
+    if (line.empty() || line[0] == '#' || line[0] == 'r') continue;
+    std::istringstream ss(line);
+    float r, g, b, R, G, B;
+    ss >> r >> g >> b >> R >> G >> B;
+    TscLutColor o = at(l, r, g, b);
+    worst = std::max({worst, double(std::fabs(o.red - R)), double(std::fabs(o.green - G)), double(std::fabs(o.blue - B))});
+    ++rows;
+  }
+  EXPECT_EQ(rows, 160) << name;
+  return worst;
+}
+
+std::string cspHeader(const std::string& kind) {
+  return "CSPLUTV100\n" + kind + "\n\n2\n0 1\n0 1\n2\n0 1\n0 1\n2\n0 1\n0 1\n\n";
+}
+
+}  // namespace
+
+// Must show: real files of all six formats load as the Part prescribes, with the parser the trial
+// order picks, and agree with OpenColorIO within 1e-5 where it reads them the same way.
+TEST(Part4_2, RealFilesTakenByTheTrialOrderAgreeWithOpenColorIo) {
+  struct Case {
+    const char* file;
+    const char* parser;  // "" = no parser takes it
+    const char* why;
+  } cases[] = {
+      {"sat12_cinespace_9.csp", "TccLutParserCSP", "ociobakelut cinespace"},
+      {"ocio/lut3d_arbitrary.csp", "TccLutParserCSP", "pre-LUTs and a cube"},
+      {"ocio/lut3d_red-only.csp", "TccLutParserCSP", ""},
+      {"ocio/lut3d_grn-only.csp", "TccLutParserCSP", ""},
+      {"ocio/lut3d_blu-only.csp", "TccLutParserCSP", ""},
+      {"swapgb_iridas_9.look", "TccLutParserIRIDAS", ""},
+      {"ocio/FileFormatIridasLook_tests_simple3d.look", "TccLutParserIRIDAS", "OCIO's own sample"},
+      {"sat12_resolve_cube_9.cube", "TccLutParserARRICUBE", "a 3D-only .cube"},
+      {"swapgb_iridas_cube_9.cube", "TccLutParserARRICUBE", ""},
+      {"ocio/discreet-3d-lut.3dl", "TccLutParserTALLOW", "its shaper is exactly 0, 64, ..., 960, 1023"},
+      {"ocio/lustre_33x33x33.3dl", "TccLutParserTALLOW", "3DMESH / Mesh 5 12 with the fixed shaper"},
+  };
+  for (const Case& c : cases) {
+    Read r = readFile(kData + c.file);
+    ASSERT_TRUE(r.lut) << c.file;
+    EXPECT_EQ(r.parser, c.parser) << c.file;
+    std::string name = std::string(c.file).substr(std::string(c.file).rfind('/') + 1);
+    EXPECT_LE(diffFromOcio(*r.lut, name), 1e-5) << c.file;
+  }
+}
+
+// Where the Part deliberately differs from OpenColorIO, the tests name each difference.
+TEST(Part4_2, DeliberateDifferencesFromOpenColorIo) {
+  // Integer 1D tables: the Part divides by 2^n (256 for 8-bit values), OpenColorIO by 2^n - 1.
+  for (const char* f : {"discreet_gamma2.2_3x256.lut", "ocio/logtolin_8to8.lut"}) {
+    Read r = readFile(kData + f);
+    ASSERT_TRUE(r.lut) << f;
+    EXPECT_EQ(r.parser, "TccLutParserMORAINE") << f;
+    EXPECT_NEAR(at(*r.lut, 1.0f, 1.0f, 1.0f).red, 255.0f / 256.0f, 1e-6) << f;
+    double d = diffFromOcio(*r.lut, std::string(f).substr(std::string(f).rfind('/') + 1));
+    EXPECT_GT(d, 1e-5) << f;
+    EXPECT_LE(d, 1.0 / 256 + 1e-6) << f;  // at most the scale's difference at the top
+  }
+  // AVID triples: OpenColorIO has no reader; the same integers as the Discreet file give the same
+  // table here.
+  Read avid = readFile(kData + "avid_gamma2.2_256.lut");
+  ASSERT_TRUE(avid.lut);
+  EXPECT_EQ(avid.parser, "TccLutParserAVID");
+  Read disc = readFile(kData + "discreet_gamma2.2_3x256.lut");
+  for (float x : {0.1f, 0.5f, 0.9f}) EXPECT_EQ(at(*avid.lut, x, x, x).green, at(*disc.lut, x, x, x).green);
+  // ociobakelut's flame .3dl has the shaper 0 64 ... 512 575 639 ... 1023 (rounded i*1023/16), not
+  // the exact one TALLOW requires: TALLOW refuses it and AVID (tried after it) takes the whole file
+  // as a 1D table of triples, its shaper line included.
+  Read flame = readFile(kData + "g22_flame_17.3dl");
+  ASSERT_TRUE(flame.lut);
+  EXPECT_EQ(flame.parser, "TccLutParserAVID");
+  EXPECT_EQ(flame.lut->kind(), uint32_t(TccLut::kTable));
+  EXPECT_EQ(flame.lut->table().size(), 17u * 17 * 17 + 1);
+  // ociobakelut's lustre file for a 9-point cube: "Mesh 3 12" and a 9-value shaper line. Only a
+  // 17-integer line is a shaper here, so that line is the first data line: TALLOW takes the file
+  // with its lattice shifted by one point, far from OpenColorIO's reading.
+  Read lustre = readFile(kData + "sat12_lustre_9.3dl");
+  ASSERT_TRUE(lustre.lut);
+  EXPECT_EQ(lustre.parser, "TccLutParserTALLOW");
+  EXPECT_GT(diffFromOcio(*lustre.lut, "sat12_lustre_9.3dl"), 0.1);
+  // "12to16fp": OpenColorIO takes the Discreet values as 16-bit floats; the Part reads integers
+  // scaled by 2^n (65536 here).
+  Read fp = readFile(kData + "ocio/Test_12to16fp.lut");
+  ASSERT_TRUE(fp.lut);
+  EXPECT_EQ(fp.parser, "TccLutParserMORAINE");
+  EXPECT_GT(diffFromOcio(*fp.lut, "Test_12to16fp.lut"), 0.1);
+}
+
+TEST(Part4_2, FilesNoParserTakes) {
+  struct Case {
+    const char* file;
+    const char* why;
+  } cases[] = {
+      {"g045_resolve_cube_9.cube", "a 1D-only .cube (LUT_1D_SIZE): no ARRICUBE file"},
+      {"ocio/iridas_1d.cube", "1D"},
+      {"ocio/iridas_3d.cube", "DOMAIN_MIN/MAX follow the size line: no keyword may"},
+      {"ocio/resolve_1d3d.cube", "1D and 3D with LUT_1D_INPUT_RANGE"},
+      {"ocio/crosstalk.3dl", "a 16-bit shaper (TALLOW) and a comment first (AVID)"},
+      {"ocio/error_truncated_file.3dl", "truncated (OCIO fails too)"},
+      {"ocio/error_truncated_file.lut", "truncated (OCIO fails too)"},
+      {"ocio/legacy_flmlk_desat.lut", "OCIO fails too"},
+      {"ocio/legacy_slog_to_log_v3_lustre.lut", "OCIO fails too"},
+  };
+  for (const Case& c : cases) EXPECT_FALSE(readFile(kData + c.file).lut) << c.file << ": " << c.why;
+}
+
+// Edge case: a CSP file with CR LF line ends is rejected by the CSP parser and then tried by the
+// other five.
+TEST(Part4_2_EdgeCases, CspWithCrLfIsRejectedAndTheOthersTried) {
+  std::string csp = cspHeader("1D") + "2\n0 0 0\n1 1 1\n";
+  Read lf = readText(csp);
+  ASSERT_TRUE(lf.lut);
+  EXPECT_EQ(lf.parser, "TccLutParserCSP");
+  std::string crlf;
+  for (char c : csp) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  EXPECT_FALSE(readText(crlf).lut);  // none of the five takes it either
+  // A CR LF AVID file still parses: its numbers are read with sscanf.
+  Read avid = readText("0 0 0\r\n255 255 255\r\n");
+  ASSERT_TRUE(avid.lut);
+  EXPECT_EQ(avid.parser, "TccLutParserAVID");
+}
+
+// Edge case: an AVID-style file of at least 4913 integer triples is accepted by TALLOW first (a
+// 17 x 17 x 17 cube scaled by 1/4095).
+TEST(Part4_2_EdgeCases, ManyTriplesAreTallowFirst) {
+  std::string text;
+  for (int k = 0; k < 4913; ++k) text += std::to_string(k % 17 * 200) + " 0 4095\n";
+  Read r = readText(text);
+  ASSERT_TRUE(r.lut);
+  EXPECT_EQ(r.parser, "TccLutParserTALLOW");
+  unsigned a, b, c;
+  r.lut->cubeSize(a, b, c);
+  EXPECT_EQ(a, 17u);
+  EXPECT_FLOAT_EQ(r.lut->table()[0].blue, 1.0f);  // 4095 / 4095
+  // Blue varies fastest in the file: line k = 3 is the point (0, 0, 3), cube index 3 x 17 x 17.
+  EXPECT_FLOAT_EQ(r.lut->table()[3 * 17 * 17].red, 600.0f / 4095.0f);
+  Read few = readText("0 0 0\n100 100 100\n");
+  ASSERT_TRUE(few.lut);
+  EXPECT_EQ(few.parser, "TccLutParserAVID");
+}
+
+// Edge case: a MORAINE file whose largest value is 2047 is scaled by 1/4096.
+TEST(Part4_2_EdgeCases, MoraineLargest2047ScaledBy4096) {
+  Read r = readText("# a comment\nLUT: 1 3\n0\n# inside\n1000\n2047\n");
+  ASSERT_TRUE(r.lut);
+  EXPECT_EQ(r.parser, "TccLutParserMORAINE");
+  EXPECT_FLOAT_EQ(r.lut->table()[2].green, 2047.0f / 4096.0f);
+  Read three = readText("LUT: 3 2\n0\n255\n10\n20\n30\n40\n");  // channel by channel
+  ASSERT_TRUE(three.lut);
+  EXPECT_FLOAT_EQ(three.lut->table()[1].red, 255.0f / 256.0f);
+  EXPECT_FLOAT_EQ(three.lut->table()[0].green, 10.0f / 256.0f);
+  EXPECT_FLOAT_EQ(three.lut->table()[1].blue, 40.0f / 256.0f);
+  for (long long m : {255LL, 1023LL, 4095LL, 65535LL, 100LL}) {
+    Read s = readText("LUT: 1 2\n0\n" + std::to_string(m) + "\n");
+    ASSERT_TRUE(s.lut);
+    float d = m == 255 || m == 100 ? 256.0f : m == 1023 ? 1024.0f : m == 4095 ? 4096.0f : 65536.0f;
+    EXPECT_FLOAT_EQ(s.lut->table()[1].red, float(m) / d) << m;
+  }
+  Read zero = readText("LUT: 1 2\n0\n0\n");  // largest 0: our choice, divisor 256
+  ASSERT_TRUE(zero.lut);
+  EXPECT_EQ(zero.lut->table()[1].red, 0.0f);
+  Read empty = readText("LUT: 1 0\n");  // zero entries: an empty table
+  ASSERT_TRUE(empty.lut);
+  EXPECT_EQ(empty.lut->table().size(), 0u);
+}
+
+// Edge case: an ARRICUBE file whose size line gives 1 is rejected.
+TEST(Part4_2_EdgeCases, ArricubeSizeOneIsRejected) {
+  EXPECT_FALSE(readText("TITLE \"x\"\nLUT_3D_SIZE 1\n0 0 0\n").lut);
+  std::string two = "TITLE \"x\"\n# c\nLUT_3D_SIZE 2\n";
+  for (int i = 0; i < 8; ++i) two += "0.5 0.25 1\n# between\n";
+  Read r = readText(two);
+  ASSERT_TRUE(r.lut);
+  EXPECT_EQ(r.parser, "TccLutParserARRICUBE");
+}
+
+// Edge case: IRIDAS data pieces running across line ends in other than multiples of eight
+// characters are read as pieces of the line remainder: a short piece at a line end stands alone.
+TEST(Part4_2_EdgeCases, IridasShortPiecesAtLineEnds) {
+  std::string head = "<?xml version=\"1.0\" ?>\n<look>\n <LUT>\n  <size>\"2\"</size>\n  <data>\n";
+  std::string one = "0000803f", zero = "00000000";
+  std::string data;
+  for (int i = 0; i < 24; ++i) data += (i % 3 == 0) ? one : zero;
+  // All on one line, then the same split after 12 characters: "0000803f0000" + "0000..." pieces.
+  Read whole = readText(head + data + "\n");
+  ASSERT_TRUE(whole.lut);
+  EXPECT_EQ(whole.parser, "TccLutParserIRIDAS");
+  EXPECT_EQ(whole.lut->table()[0].red, 1.0f);
+  // The first line ends in a short piece "0000": it is the value 0 on its own, not joined to the
+  // next line's first characters.
+  std::string second = one;
+  for (int i = 0; i < 21; ++i) second += zero;
+  Read split = readText(head + one + "0000\n" + second + "\n");
+  ASSERT_TRUE(split.lut);
+  EXPECT_EQ(split.lut->table()[0].red, 1.0f);
+  EXPECT_EQ(split.lut->table()[0].green, 0.0f);
+  EXPECT_EQ(split.lut->table()[0].blue, 1.0f);
+}
+
+// Edge case: a TALLOW file whose shaper line ends in 4095 instead of 1023 is rejected.
+TEST(Part4_2_EdgeCases, TallowShaperEndingIn4095IsRejected) {
+  std::string shaper;
+  for (int i = 0; i < 16; ++i) shaper += std::to_string(64 * i) + " ";
+  std::string data;
+  for (int k = 0; k < 4913; ++k) data += "0 1 2\n";
+  Read good = readText("3DMESH\nMesh 4 12\n" + shaper + "1023\n" + data);
+  ASSERT_TRUE(good.lut);
+  EXPECT_EQ(good.parser, "TccLutParserTALLOW");
+  Read bad = readText("3DMESH\nMesh 4 12\n" + shaper + "4095\n" + data);
+  // TALLOW refuses; AVID then takes the lines as a 1D table (the shaper's first three integers
+  // read as a triple), as the trial order says.
+  ASSERT_TRUE(bad.lut == nullptr || bad.parser == "TccLutParserAVID");
+  EXPECT_NE(bad.parser, "TccLutParserTALLOW");
+}
+
+TEST(Part4_2, CspMetadataCommentsAndOneDimensional) {
+  std::string text = "CSPLUTV100\n1D\nBEGIN METADATA\nanything 1 2 3\nEND METADATA\n"
+                     "3\n0 0.5 1\n0 0.25 1\n0\nnone\nnone\n2\n0 1\n0 1\n# a comment\n3\n0 0 0\n0.5 0.5 0.5\n1 1 1\n";
+  Read r = readText(text);
+  ASSERT_TRUE(r.lut);
+  EXPECT_EQ(r.parser, "TccLutParserCSP");
+  EXPECT_EQ(r.lut->kind(), uint32_t(TccLut::kTable));
+  EXPECT_EQ(r.lut->preLut(0).size(), 3u);
+  EXPECT_EQ(r.lut->preLut(1).size(), 0u);  // a count of 0: empty, its value lines consumed
+  EXPECT_FLOAT_EQ(at(*r.lut, 0.5f, 0.5f, 0.5f).red, 0.25f);  // through the red pre-LUT
+  EXPECT_FALSE(readText(cspHeader("2D")).lut);
+}
+
+TEST(Part4_2, ExtensionsAndClosedStream) {
+  kt::set<Tstring> x = TccLutFile::getExtensions();
+  EXPECT_EQ(x, (kt::set<Tstring>{"3dl", "csp", "cube", "look", "lut"}));
+  TfileStream closed;
+  EXPECT_EQ(TccLutFile::read(closed), nullptr);
+  TfileStream missing("/nonexistent/x.cube");
+  EXPECT_EQ(TccLutFile::read(missing), nullptr);
+}
+
+// Must show: hostile input: empty files, binary garbage, huge declared sizes, NaN and infinite
+// values, missing lines: read returns null without crashing or allocating more than the file holds.
+TEST(Part4_2_Hostile, GarbageAndHugeSizes) {
+  EXPECT_FALSE(readText("").lut);
+  std::string garbage;
+  for (int i = 0; i < 5000; ++i) garbage += char((i * 7919) % 256);
+  EXPECT_FALSE(readText(garbage).lut);
+  EXPECT_FALSE(readText("LUT_3D_SIZE 100000\n0 0 0\n").lut);
+  EXPECT_FALSE(readText("LUT_3D_SIZE 2147483647\n0 0 0\n").lut);
+  EXPECT_FALSE(readText("CSPLUTV100\n3D\n2147483647\n0 1\n0 1\n").lut);
+  EXPECT_FALSE(readText(cspHeader("3D") + "2000000 2000000 2000000\n0 0 0\n").lut);
+  EXPECT_FALSE(readText("LUT: 3 2000000000\n0\n1\n").lut);
+  EXPECT_FALSE(readText("3DMESH\nMesh 10 12\n0 0 0\n1 1 1\n").lut);  // lattice of 1025^3
+  EXPECT_FALSE(readText("3DMESH\nMesh 4 0\n0 0 0\n").lut);            // output scale of zero
+  std::string iridas = "<?xml version=\"1.0\" ?>\n<look>\n<LUT>\n<size>\"1000\"</size>\n<data>\n0000803f\n";
+  EXPECT_FALSE(readText(iridas).lut);
+  EXPECT_FALSE(readText("LUT_3D_SIZE 2\n1 2 3\n").lut);  // missing lines
+}
+
+TEST(Part4_2_Hostile, NanAndInfiniteValuesGiveDefinedResults) {
+  std::string cube = "LUT_3D_SIZE 2\n";
+  for (int i = 0; i < 8; ++i) cube += i % 2 ? "nan inf -inf\n" : "0.5 0.5 0.5\n";
+  Read r = readText(cube);
+  ASSERT_TRUE(r.lut);  // the values are what the file says; the lookup follows the arithmetic
+  TscLutColor o = at(*r.lut, 0.25f, 0.25f, 0.25f);
+  EXPECT_TRUE(std::isnan(o.red));
+  // Even at an exact lattice point a NaN neighbour gives NaN: lerp is a + (b - a) x 0.
+  EXPECT_TRUE(std::isnan(at(*r.lut, 0.0f, 0.0f, 0.0f).red));
+  std::string allFinite = "LUT_3D_SIZE 2\n";
+  for (int i = 0; i < 8; ++i) allFinite += "0.5 0.5 0.5\n";
+  Read f = readText(allFinite);
+  EXPECT_FLOAT_EQ(at(*f.lut, NAN, INFINITY, -INFINITY).red, 0.5f);
+}
