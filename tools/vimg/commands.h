@@ -11,5 +11,6 @@ extern int exitStatus;
 void registerInfo(CLI::App& app);
 void registerConvert(CLI::App& app);
 void registerSeq(CLI::App& app);
+void registerLut(CLI::App& app);
 
 }  // namespace vimg

@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
   vimg::registerInfo(app);
   vimg::registerConvert(app);
   vimg::registerSeq(app);
+  vimg::registerLut(app);
   CLI11_PARSE(app, argc, argv);
   return vimg::exitStatus;
 }
