@@ -7,7 +7,7 @@ BUILD_ASAN ?= build-asan
 BUILD_FUZZ ?= build-fuzz
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 FUZZ_SECONDS ?= 45
-SAMPLES    := $(wildcard tests/data/iff/*.iff)
+SAMPLES    := $(filter-out tests/data/iff/bad-%,$(wildcard tests/data/iff/*.iff))
 
 all: build
 
@@ -18,8 +18,9 @@ build: deps
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DVORA_TESTS=ON
 	cmake --build $(BUILD) -j $(JOBS)
 
-# The main job on the bundled samples: describe each native image, its chunk tree and tiles, as
-# JSON, and convert one to PNG and back to a QR4-packed native image.
+# The main job on the bundled samples: describe each native image (chunk tree, tiles, JSON),
+# convert one to PNG, to a QR4-packed native image and to SGI, grade it with a LUT, and list the
+# frame sequences among the samples.
 run: build
 	$(BUILD)/vimg info $(SAMPLES)
 	$(BUILD)/vimg info --chunks tests/data/iff/rgba8_70x66_rle.iff
@@ -27,6 +28,14 @@ run: build
 	$(BUILD)/vimg convert tests/data/iff/rgba8_70x66_rle.iff $(BUILD)/sample.png
 	$(BUILD)/vimg convert $(BUILD)/sample.png $(BUILD)/sample_qr4.iff --compress qr4
 	$(BUILD)/vimg info --tiles $(BUILD)/sample_qr4.iff
+	$(BUILD)/vimg convert $(BUILD)/sample.png $(BUILD)/sample.sgi --bits 16
+	$(BUILD)/vimg info $(BUILD)/sample.sgi tests/data/sgi/pnmtosgi_rgb16_40x16_rle.sgi
+	$(BUILD)/vimg lut info tests/data/lut/sat12_cinespace_9.csp
+	$(BUILD)/vimg lut apply tests/data/lut/sat12_cinespace_9.csp tests/data/iff/rgba8_70x66_rle.iff $(BUILD)/graded.png
+	@mkdir -p $(BUILD)/frames && for f in 1 2 3 5 8; do \
+	  cp tests/data/iff/rgb8_40x30_rle.iff $(BUILD)/frames/shot.000$$f.iff; done
+	$(BUILD)/vimg seq $(BUILD)/frames
+	$(BUILD)/vimg seq frame $(BUILD)/frames/shot.0001.iff 42
 
 test: build
 	cd $(BUILD) && ctest -j $(JOBS) --output-on-failure
