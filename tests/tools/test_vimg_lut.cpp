@@ -35,6 +35,9 @@ TEST(VimgLut, EvalPrintsConvertWithNineDigits) {
   EXPECT_EQ(out, "0.5 0.75 0.25\n");
   ASSERT_EQ(vimg("lut eval " + kLut + "discreet_gamma2.2_3x256.lut 1 1 1", &out), 0);
   EXPECT_EQ(out, "0.99609375 0.99609375 0.99609375\n");  // 255 / 256
+  ASSERT_EQ(vimg("lut eval --json " + kLut + "swapgb_iridas_9.look 0.5 0.25 0.75", &out), 0);
+  EXPECT_NE(out.find("\"parser\":\"TccLutParserIRIDAS\",\"in\":[0.5,0.25,0.75],\"out\":[0.5,0.75,0.25]"),
+            std::string::npos) << out;
 }
 
 TEST(VimgLut, ApplyGivesTheBatchResultOnAnImage) {

@@ -78,6 +78,15 @@ void eval(const Options& o) {
   TscLutColor in(o.rgb[0], o.rgb[1], o.rgb[2], 0.0f), out = in;
   if (o.lin2log) TscLutLin2LogPreTransform().PreTransform(in, in);
   lut->convert(in, out);
+  if (o.json) {
+    Json j;
+    j.beginObject().field("file", o.file).field("parser", parser).key("in").beginArray();
+    for (float v : o.rgb) j.value(double(v));
+    j.endArray().key("out").beginArray().value(double(out.red)).value(double(out.green)).value(double(out.blue));
+    j.endArray().endObject();
+    printf("%s\n", j.str().c_str());
+    return;
+  }
   printf("%.9g %.9g %.9g\n", double(out.red), double(out.green), double(out.blue));
 }
 
@@ -132,6 +141,7 @@ void registerLut(CLI::App& app) {
   e->add_option("g", o->rgb[1])->required();
   e->add_option("b", o->rgb[2])->required();
   e->add_flag("--lin2log", o->lin2log, "apply the lin-to-log pre-transform first (defaults)");
+  e->add_flag("--json", o->json, "print one JSON document");
   e->callback([o] { eval(*o); });
   CLI::App* a = cmd->add_subcommand("apply", "apply the LUT to an image (native IFF, SGI, PNG, ...)");
   a->add_option("file", o->file)->required();
