@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "foundation/byteorder.h"
 #include "foundation/fl_impl.h"
+
+using vora::be32;
 
 using Ctx = FLstreamImpl::Ctx;
 
@@ -11,10 +14,6 @@ namespace {
 
 constexpr size_t kBufSize = 1 << 16;
 constexpr uint32_t kTopAlign = 2;
-
-uint32_t be32(const uint8_t* p) {
-  return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
-}
 
 bool isUnknownSize(uint32_t size) { return size >= 0x80000000u && size <= 0x80000002u; }
 

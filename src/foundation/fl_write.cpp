@@ -3,6 +3,7 @@
 // group in memory until it ends.
 #include <cstring>
 
+#include "foundation/byteorder.h"
 #include "foundation/fl_impl.h"
 
 using Ctx = FLstreamImpl::Ctx;
@@ -28,7 +29,8 @@ void emit(FLstreamImpl* impl, const void* data, size_t n) {
 }
 
 void emit32(FLstreamImpl* impl, uint32_t v) {
-  uint8_t b[4] = {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)};
+  uint8_t b[4];
+  vora::putBe32(b, v);
   emit(impl, b, 4);
 }
 
@@ -40,7 +42,8 @@ void emitPad(FLstreamImpl* impl, int64_t size, uint32_t align) {
 
 // Writes the 32-bit size word at stream offset at.
 int patch32(FLstreamImpl* impl, int64_t at, uint32_t v) {
-  uint8_t b[4] = {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)};
+  uint8_t b[4];
+  vora::putBe32(b, v);
   if (at >= impl->wbase && at + 4 <= impl->wbase + int64_t(impl->wbuf.size())) {
     memcpy(impl->wbuf.data() + (at - impl->wbase), b, 4);
     return 0;

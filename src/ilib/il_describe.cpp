@@ -13,5 +13,4 @@ const char* ILdescribetype(int type, char* buf, int size) {
   return buf;
 }
 
-
 }  // extern "C"

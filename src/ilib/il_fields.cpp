@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "foundation/byteorder.h"
 #include "ilib/il_handle.h"
 
 using namespace vora::il;
@@ -52,8 +53,7 @@ int parseFields(Handle* h, const std::vector<unsigned char>& d) {
   while (o + 8 <= d.size()) {
     uint32_t tag;
     memcpy(&tag, d.data() + o, 4);
-    uint32_t count = (uint32_t(d[o + 4]) << 24) | (uint32_t(d[o + 5]) << 16) |
-                     (uint32_t(d[o + 6]) << 8) | d[o + 7];
+    uint32_t count = vora::be32(&d[o + 4]);
     if (tag == 0) return 0;
     o += 8;
     if (count > d.size() - o) return 101;  // the field runs past its chunk
@@ -166,8 +166,7 @@ int ILwritefields(ILimage* handle) {
     Field* f = reinterpret_cast<Field*>(n);
     unsigned char word[8];
     memcpy(word, &f->tag, 4);
-    word[4] = uint8_t(f->count >> 24), word[5] = uint8_t(f->count >> 16);
-    word[6] = uint8_t(f->count >> 8), word[7] = uint8_t(f->count);
+    vora::putBe32(word + 4, f->count);
     data.assign(f->data, f->data + f->count);
     swapElements(f->tag, data.data(), f->count);
     if (int r = FLput(handle, word, 8)) return r;

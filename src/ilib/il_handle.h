@@ -84,6 +84,10 @@ constexpr FLid kTBMP = FL_ID('T', 'B', 'M', 'P');
 constexpr FLid kRGBA = FL_ID('R', 'G', 'B', 'A');
 constexpr FLid kZBUF = FL_ID('Z', 'B', 'U', 'F');
 
+// Part 1.1: the tile size by image size (the table of ILputheader) and the tile count for it.
+void defaultTiling(Handle* h);
+void countTiles(Handle* h);
+
 // Part 1.3: checks that a header can carry pixels (106 size, 108 codec) and sets up ILinitio.
 int pixelSetup(Handle* h);
 // Frees the Part 1.3 buffers and read state.

@@ -5,21 +5,15 @@
 #include <ctime>
 #include <string>
 
+#include "foundation/byteorder.h"
 #include "ilib/il_handle.h"
 #include "platform/platform.h"
 
 using namespace vora::il;
+using vora::be16;
+using vora::be32;
 
 namespace {
-
-uint32_t be32(const uint8_t* p) {
-  return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
-}
-uint16_t be16(const uint8_t* p) { return uint16_t((p[0] << 8) | p[1]); }
-void put32(uint8_t* p, uint32_t v) {
-  p[0] = uint8_t(v >> 24), p[1] = uint8_t(v >> 16), p[2] = uint8_t(v >> 8), p[3] = uint8_t(v);
-}
-void put16(uint8_t* p, uint32_t v) { p[0] = uint8_t(v >> 8), p[1] = uint8_t(v); }
 
 // The TBHD sizes writers are known to produce: 32, and 24 from older writers (no origin).
 bool acceptedHeaderSize(uint32_t size) { return size == 32 || size == 24; }
@@ -48,7 +42,6 @@ int ensureParsed(Handle* h) {
 
 namespace vora::il {
 
-// Tile size by image size (Part 1.1 table) and the tile count for it.
 void defaultTiling(Handle* h) {
   uint32_t w = h->hdr.width, ht = h->hdr.height;
   if (w <= 4096) {
@@ -145,7 +138,7 @@ int ILputheader(ILimage* handle) {
   if (h->fl.flags & FL_READ) return fail(FL_EMODE);
   h->hdrpos = FLtell(handle);
   uint8_t v[4];
-  put32(v, h->version);
+  vora::putBe32(v, h->version);
   if (FLputchunk(handle, kFVER, 4, v) != 0) return flerrno;
   uint8_t* b = static_cast<uint8_t*>(FLbgnwbchunk(handle, kTBHD, 32));
   if (!b) return flerrno;
@@ -153,16 +146,16 @@ int ILputheader(ILimage* handle) {
     defaultTiling(h);
     countTiles(h);
   }
-  put32(b, h->hdr.width);
-  put32(b + 4, h->hdr.height);
-  put16(b + 8, h->hdr.aspnum);
-  put16(b + 10, h->hdr.aspden);
-  put32(b + 12, h->hdr.type);
-  put16(b + 16, uint32_t(h->hdr.bytes - 1));
-  put16(b + 18, h->hdr.tiles);
-  put32(b + 20, h->hdr.compress);
-  put32(b + 24, h->hdr.orgx);
-  put32(b + 28, h->hdr.orgy);
+  vora::putBe32(b, h->hdr.width);
+  vora::putBe32(b + 4, h->hdr.height);
+  vora::putBe16(b + 8, h->hdr.aspnum);
+  vora::putBe16(b + 10, h->hdr.aspden);
+  vora::putBe32(b + 12, h->hdr.type);
+  vora::putBe16(b + 16, uint32_t(h->hdr.bytes - 1));
+  vora::putBe16(b + 18, h->hdr.tiles);
+  vora::putBe32(b + 20, h->hdr.compress);
+  vora::putBe32(b + 24, h->hdr.orgx);
+  vora::putBe32(b + 28, h->hdr.orgy);
   if (h->resolution >= 1.0f && h->resolution != 72.0f) {
     char text[64];
     int n = snprintf(text, sizeof text, "%f", double(h->resolution));

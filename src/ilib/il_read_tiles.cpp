@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "foundation/byteorder.h"
 #include "ilib/il_compressors.h"
 #include "ilib/il_handle.h"
 
@@ -82,10 +83,10 @@ bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err) {
     *err = fail(101);
     return false;
   }
-  t.x0 = uint32_t(rect[0] << 8 | rect[1]);
-  t.y0 = uint32_t(rect[2] << 8 | rect[3]);
-  t.x1 = uint32_t(rect[4] << 8 | rect[5]);
-  t.y1 = uint32_t(rect[6] << 8 | rect[7]);
+  t.x0 = vora::be16(rect);
+  t.y0 = vora::be16(rect + 2);
+  t.x1 = vora::be16(rect + 4);
+  t.y1 = vora::be16(rect + 6);
   t.depth = id == kZBUF;
   if (t.x0 > t.x1 || t.y0 > t.y1 || t.x1 >= h->hdr.width || t.y1 >= h->hdr.height) {
     *err = fail(109);

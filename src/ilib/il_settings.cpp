@@ -6,11 +6,6 @@
 
 using namespace vora::il;
 
-namespace vora::il {
-void defaultTiling(Handle* h);
-void countTiles(Handle* h);
-}  // namespace vora::il
-
 namespace {
 
 // Setters fail with 103 once the header is done.

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/byteorder.h"
 #include "ilib/il_compressors.h"
 #include "ilib/il_handle.h"
 
@@ -11,10 +12,7 @@ using namespace vora::il;
 namespace {
 
 void putRect(unsigned char* b, const uint32_t r[4]) {
-  for (int i = 0; i < 4; ++i) {
-    b[2 * i] = uint8_t(r[i] >> 8);
-    b[2 * i + 1] = uint8_t(r[i]);
-  }
+  for (int i = 0; i < 4; ++i) vora::putBe16(b + 2 * i, r[i]);
 }
 
 // Packs one tile into a chunk reserved for the raw size plus the 8-byte rectangle, closed with
@@ -63,8 +61,6 @@ int flushBand(Handle* h) {
 }  // namespace
 
 namespace vora::il {
-
-void defaultTiling(Handle* h);
 
 int pixelSetup(Handle* h) {
   if (h->hdr.width < 1 || h->hdr.width > 32768 || h->hdr.height < 1 || h->hdr.height > 32768 ||

@@ -6,6 +6,8 @@
 
 #include <vora/ilib.h>
 
+#include "foundation/byteorder.h"
+
 namespace vora::il::pack {
 
 // The geometry of one block in the caller's buffer.
@@ -52,16 +54,9 @@ inline uint32_t filledBytes(const Geometry& g) {
   return uint32_t(size_t(g.width) * g.rows * g.pixelStride);
 }
 
-inline bool hostLittleEndian() {
-  const uint16_t one = 1;
-  unsigned char b;
-  memcpy(&b, &one, 1);
-  return b == 1;
-}
-
 // Offset of byte plane p (0 = most significant) inside an element of n bytes in host order.
 inline size_t planeOffset(uint32_t p, uint32_t n) {
-  return hostLittleEndian() ? size_t(n - 1 - p) : size_t(p);
+  return vora::hostLittleEndian() ? size_t(n - 1 - p) : size_t(p);
 }
 
 // Sets flerrno to 23 (packed data overruns its tile) and returns the decoders' failure.

@@ -10,6 +10,7 @@
 
 #include <vora/foundation/messages.h>
 
+#include "foundation/byteorder.h"
 #include "imagefile/sgi_format.h"
 #include "platform/platform.h"
 
@@ -29,6 +30,9 @@ void report(const char* format, ...) {
 }  // namespace vora::sgi
 
 using namespace vora::sgi;
+using vora::hostLittleEndian;
+using vora::swap16;
+using vora::swap32;
 
 namespace {
 
@@ -47,18 +51,6 @@ struct Record {
 };
 
 Record* rec(IMAGE* i) { return reinterpret_cast<Record*>(i); }
-
-bool hostLittleEndian() {
-  const uint16_t one = 1;
-  uint8_t b;
-  memcpy(&b, &one, 1);
-  return b == 1;
-}
-
-uint16_t swap16(uint16_t v) { return uint16_t((v >> 8) | (v << 8)); }
-uint32_t swap32(uint32_t v) {
-  return (v >> 24) | ((v >> 8) & 0xFF00) | ((v << 8) & 0xFF0000) | (v << 24);
-}
 
 // The header fields the file holds big-endian: the six shorts, min, max, wastebytes, colormap.
 void swapHeader(IMAGE* h) {

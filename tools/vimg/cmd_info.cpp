@@ -206,10 +206,6 @@ Report inspect(const std::string& file, bool chunks) {  // chunks: walk the tree
   return rep;
 }
 
-// The tag as the machine that wrote it saw the word: "DPI " written on a little-endian machine
-// reads back as the same word here.
-std::string tagText(uint32_t tag) { return idText(tag); }
-
 // Packed bytes of a tile: its chunk without the rectangle; "raw" when it is the raw size.
 std::string tileText(const Node& n, const ILheader& h) {
   int w = n.rect[2] - n.rect[0] + 1, ht = n.rect[3] - n.rect[1] + 1;
@@ -249,7 +245,7 @@ void printText(const Report& r, bool chunks, bool tiles) {
   printf("  version      0x%08x\n", r.version);
   printf("  resolution   %g dpi\n", double(r.dpi));
   for (const FieldInfo& f : r.fields)
-    printf("  field        '%s' (%d bytes%s): %s\n", tagText(f.tagValue).c_str(), f.count,
+    printf("  field        '%s' (%d bytes%s): %s\n", idText(f.tagValue).c_str(), f.count,
            (f.tagValue & 0x10) ? ", copied" : "", f.value.c_str());
   if (!r.auth.empty()) printf("  author       %s\n", r.auth.c_str());
   if (!r.date.empty()) printf("  date         %s\n", r.date.c_str());
