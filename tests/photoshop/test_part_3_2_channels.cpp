@@ -1,0 +1,251 @@
+// Part 3.2: Photoshop channel data and codecs.
+#include <gtest/gtest.h>
+#include <vora/photoshop.h>
+
+#include <zlib.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "support/test_support.h"
+
+using namespace ktPhotoshop;
+using vt::Bytes;
+
+namespace {
+
+Bytes pattern(size_t n, uint32_t seed) {
+  std::mt19937 rng(seed);
+  Bytes b(n);
+  for (size_t i = 0; i < n; ++i) b[i] = (i / 11) % 3 == 0 ? uint8_t(rng()) : uint8_t(i / 37);
+  return b;
+}
+
+// A channel of w x h holding samples, compressed by method, then decoded afresh from its bytes.
+Bytes roundTrip(TdataFormat f, uint32_t w, uint32_t h, const Bytes& samples, TCompressionMethod m,
+                bool separate, bool* decodeResult = nullptr) {
+  TpixelData16 a(f);
+  a.addChannel(RED, w, h);
+  a.setChannelRawPixels(RED, samples);
+  a.setCompressionMethod(RED, m);
+  EXPECT_TRUE(a.compressChannel(RED, separate));
+  TpixelData16 b(f);
+  b.addChannel(RED, w, h);
+  b.setCompressionMethod(RED, m);
+  b.setChannelCompressedPixels(RED, *a.channelCompressedPixels(RED));
+  b.setChannelDataLength(RED, a.channelDataLength(RED));
+  if (const std::vector<uint16_t>* t = a.compositeLenInfo(RED)) b.setCompositeLengthInfo(RED, *t);
+  bool r = b.decodeChannel(RED);
+  if (decodeResult) *decodeResult = r;
+  const uint8_t* p = b.getChannelPixPtr(RED);
+  return Bytes(p, p + samples.size());
+}
+
+}  // namespace
+
+// Edge case: an 8-bit PackBits row containing the header byte 0x80 (-128) skips it and continues
+// with the next byte as a header.
+TEST(Part3_2_EdgeCases, HeaderMinus128IsSkipped) {
+  TpixelData16 d(k8Bits);
+  d.addChannel(RED, 5, 1);
+  d.setCompressionMethod(RED, RLE);
+  // Row table (one row of 7 bytes), then: 0x80 (skipped), literal of 2, run of 3.
+  d.setChannelCompressedPixels(RED, {0x00, 0x07, 0x80, 0x01, 'a', 'b', 0xFE, 'z', 0x80});
+  EXPECT_FALSE(d.decodeChannel(RED));  // the run-length decoder answers false in every case
+  const uint8_t* p = d.getChannelPixPtr(RED);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(p), 5), "abzzz");
+}
+
+// Edge case: an 8-bit run of 200 equal bytes encodes as 81 xx, B9 xx (128 then 72).
+TEST(Part3_2_EdgeCases, RunOf200) {
+  Bytes row(200, 0x5A), out(400);
+  size_t n = codec::packBitsRow(row.data(), row.size(), out.data());
+  EXPECT_EQ(vt::hex(Bytes(out.begin(), out.begin() + long(n))), "815ab95a");
+}
+
+// Edge case: a literal of 130 distinct bytes encodes as a 128-byte literal packet followed by a
+// 2-byte literal packet.
+TEST(Part3_2_EdgeCases, LiteralOf130) {
+  Bytes row(130), out(400);
+  for (int i = 0; i < 130; ++i) row[size_t(i)] = uint8_t(i);
+  size_t n = codec::packBitsRow(row.data(), row.size(), out.data());
+  ASSERT_EQ(n, 1u + 128 + 1 + 2);
+  EXPECT_EQ(out[0], 0x7F);
+  EXPECT_EQ(out[129], 0x01);
+  EXPECT_EQ(out[130], 128);
+  EXPECT_EQ(out[131], 129);
+}
+
+// Edge case: a 16-bit channel compressed with method 3 does not decode back to its samples; an
+// 8-bit channel with method 3 decodes exactly.
+TEST(Part3_2_EdgeCases, ZipPredictionAsymmetry) {
+  // 8-bit data predicted as Photoshop writes it (each byte minus the one before, per row, then
+  // deflated) decodes exactly: the running sum inverts the row deltas.
+  Bytes eight = pattern(40 * 9, 1), deltas = eight;
+  for (size_t y = 0; y < 9; ++y)
+    for (size_t j = 39; j >= 1; --j) deltas[y * 40 + j] = uint8_t(eight[y * 40 + j] - eight[y * 40 + j - 1]);
+  uLongf zlen = compressBound(deltas.size());
+  Bytes z(zlen);
+  ASSERT_EQ(compress2(z.data(), &zlen, deltas.data(), deltas.size(), 6), Z_OK);
+  z.resize(zlen);
+  TpixelData16 d(k8Bits);
+  d.addChannel(RED, 40, 9);
+  d.setCompressionMethod(RED, ZIP_PREDICTION);
+  d.setChannelCompressedPixels(RED, z);
+  d.setChannelDataLength(RED, uint32_t(z.size() + 2));
+  EXPECT_TRUE(d.decodeChannel(RED));
+  EXPECT_EQ(Bytes(d.getRedPixelPtr(), d.getRedPixelPtr() + eight.size()), eight);
+  // Our own encoder does not predict 8-bit channels (the Part: "8-bit channels are not
+  // predicted"), so its method-3 output does not come back through the running sum either.
+  EXPECT_NE(roundTrip(k8Bits, 40, 9, eight, ZIP_PREDICTION, false), eight);
+  std::vector<uint16_t> s(40 * 9);
+  for (size_t i = 0; i < s.size(); ++i) s[i] = uint16_t(i * 977);
+  Bytes sixteen(s.size() * 2);
+  memcpy(sixteen.data(), s.data(), sixteen.size());
+  Bytes back = roundTrip(k16Bits, 40, 9, sixteen, ZIP_PREDICTION, false);
+  EXPECT_NE(back, sixteen);
+  // The first sample of each row is not predicted, so it survives.
+  uint16_t first;
+  memcpy(&first, back.data(), 2);
+  EXPECT_EQ(first, s[0]);
+  // Without prediction 16-bit ZIP round-trips.
+  EXPECT_EQ(roundTrip(k16Bits, 40, 9, sixteen, ZIP, false), sixteen);
+}
+
+// Edge case: a channel with no data asked for its samples yields width x height default values.
+TEST(Part3_2_EdgeCases, NoDataGivesDefaultValues) {
+  TpixelData16 d(k16Bits);
+  d.addChannel(USER_MASK, 3, 2, 0xABCD);
+  const uint16_t* p = reinterpret_cast<const uint16_t*>(d.getChannelPixPtr(USER_MASK));
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(p[i], 0xABCD);
+  TpixelData16 e(k8Bits, 4, 4, true);
+  EXPECT_EQ(e.getTransparencyPixelPtr()[15], 255);
+  EXPECT_EQ(e.getRedPixelPtr()[0], 0);
+}
+
+TEST(Part3_2, EightBitRoundTripsOfEveryMethodAndTableForm) {
+  Bytes px = pattern(300 * 17, 3);
+  for (TCompressionMethod m : {RAW, RLE, ZIP})
+    for (bool separate : {false, true}) EXPECT_EQ(roundTrip(k8Bits, 300, 17, px, m, separate), px) << m << separate;
+}
+
+TEST(Part3_2, SixteenBitRawAndZipRoundTripAndRleKeepsItsQuirk) {
+  std::vector<uint16_t> s(50 * 6);
+  for (size_t i = 0; i < s.size(); ++i) s[i] = uint16_t((i / 7) * 1111);
+  Bytes px(s.size() * 2);
+  memcpy(px.data(), s.data(), px.size());
+  EXPECT_EQ(roundTrip(k16Bits, 50, 6, px, RAW, false), px);
+  EXPECT_EQ(roundTrip(k16Bits, 50, 6, px, ZIP, false), px);
+  // Run-length on 16-bit channels packs only the first half of each row's bytes (deliberate), and
+  // decodes with a one-byte header advance: the samples do not come back.
+  EXPECT_NE(roundTrip(k16Bits, 50, 6, px, RLE, true), px);
+}
+
+TEST(Part3_2, RawBytesOfSixteenBitChannelsAreBigEndian) {
+  TpixelData16 d(k16Bits);
+  d.addChannel(GREEN, 2, 1);
+  d.setChannelRawPixels(GREEN, {0x34, 0x12, 0x78, 0x56});  // 0x1234, 0x5678 in machine order
+  d.setCompressionMethod(GREEN, RAW);
+  ASSERT_TRUE(d.compressChannel(GREEN, false));
+  EXPECT_EQ(vt::hex(*d.channelCompressedPixels(GREEN)), "12345678");
+}
+
+TEST(Part3_2, CompressedBytesAreEncodedOnce) {
+  TpixelData16 d(k8Bits);
+  d.addChannel(RED, 4, 1);
+  d.setChannelCompressedPixels(RED, {0x00, 0x02, 0xFD, 0x07});
+  d.setCompressionMethod(RED, RLE);
+  EXPECT_TRUE(d.compressChannel(RED, false));
+  EXPECT_EQ(vt::hex(*d.channelCompressedPixels(RED)), "0002fd07");  // left as it is
+  EXPECT_EQ(vt::hex(Bytes(d.getRedPixelPtr(), d.getRedPixelPtr() + 4)), "07070707");
+}
+
+TEST(Part3_2, InvalidFormatAndCopyMismatchThrow) {
+  TpixelData16 d(TdataFormat(5));
+  d.addChannel(RED, 2, 2);
+  try {
+    d.getRedPixelPtr();
+    FAIL();
+  } catch (const TpsdException& e) {
+    EXPECT_STREQ(e.what(), "Invalid format specification for pix format");
+  }
+  TpixelData16 a(k8Bits, 2, 2, false), b(k16Bits, 2, 2, false);
+  a.addChannel(RED, 2, 2);
+  b.addChannel(RED, 2, 2);
+  try {
+    a.copyChannel(RED, b);
+    FAIL();
+  } catch (const TpsdException& e) {
+    EXPECT_STREQ(e.what(), "Channel format mismatch in copy");
+  }
+}
+
+TEST(Part3_2, CopiesClampAndClip) {
+  TpixelData16 big(k8Bits), small(k8Bits);
+  big.addChannel(RED, 4, 3, 9);
+  small.addChannel(RED, 2, 2);
+  small.setChannelRawPixels(RED, {1, 2, 3, 4});
+  big.copyChannel(RED, 3, 2, small);  // only (0,0) of the source lands inside
+  const uint8_t* p = big.getRedPixelPtr();
+  EXPECT_EQ(vt::hex(Bytes(p, p + 12)), "090909090909090909090901");
+  big.copyChannel(RED, -1, 0, small);  // the left column falls outside
+  EXPECT_EQ(p[0], 2);
+  EXPECT_EQ(p[4], 4);
+  TpixelData16 dst(k8Bits);
+  dst.addChannel(RED, 4, 3);
+  const int32_t rect[4] = {1, 0, 2, 2}, at[2] = {2, 1};
+  dst.copyRect(rect, at, small);
+  const uint8_t* q = dst.getRedPixelPtr();
+  EXPECT_EQ(q[1 * 4 + 2], 2);
+  EXPECT_EQ(q[2 * 4 + 2], 4);
+  small.copyChannel(RED, big);  // the span is clamped to the source's length
+  EXPECT_EQ(small.getRedPixelPtr()[3], big.getRedPixelPtr()[3]);
+}
+
+TEST(Part3_2, OpacityMemAndAndChannelList) {
+  TpixelData16 d(k8Bits, 2, 1, true);
+  d.setTrans(0, 255);
+  d.setTrans(1, 100);
+  d.applyOpacity(128);
+  EXPECT_EQ(d.getTransparencyPixelPtr()[0], 128);
+  EXPECT_EQ(d.getTransparencyPixelPtr()[1], 50);
+  uint8_t a[3] = {0xF0, 0xFF, 0x0F}, b[3] = {0x3C, 0x00, 0xFF};
+  TpixelData16::memAND(a, b, 3);
+  EXPECT_EQ(vt::hex(Bytes(a, a + 3)), "30000f");
+  d.addChannel(USER_MASK, 2, 1);
+  EXPECT_EQ(d.channelListArray(), (std::vector<PHOTOSHOP_CHANNEL>{USER_MASK, TRANSPARENCY, RED, GREEN, BLUE}));
+  EXPECT_EQ(d.getMaxColor(), 255u);
+  EXPECT_EQ(d.getMidValue(), 128u);
+  EXPECT_EQ(TpixelData16(k16Bits).getColorDepth(), 16u);
+}
+
+// Hostile channel data: row tables that overrun, lengths that lie, ZIP that does not inflate.
+TEST(Part3_2_Hostile, LyingLengthsAndBadZip) {
+  TpixelData16 d(k8Bits);
+  d.addChannel(RED, 8, 4);
+  d.setCompressionMethod(RED, RLE);
+  d.setChannelCompressedPixels(RED, {0xFF, 0xFF, 0xFF, 0xFF, 0x7F, 1});  // rows of 65535 bytes
+  EXPECT_FALSE(d.decodeChannel(RED));
+  EXPECT_NE(d.getRedPixelPtr(), nullptr);
+  d.setChannelCompressedPixels(RED, {0x00});  // not even the row table
+  d.decodeChannel(RED);
+  EXPECT_EQ(d.getRedPixelPtr()[31], 0);
+  TpixelData16 z(k8Bits);
+  z.addChannel(RED, 8, 4, 7);
+  z.setCompressionMethod(RED, ZIP);
+  z.setChannelCompressedPixels(RED, {1, 2, 3, 4, 5, 6});
+  z.setChannelDataLength(RED, 8);
+  EXPECT_FALSE(z.decodeChannel(RED));
+  EXPECT_EQ(z.getRedPixelPtr()[0], 7);  // no raw samples kept: the default value
+  z.setChannelCompressedPixels(RED, {1, 2});
+  z.setChannelDataLength(RED, 0x7FFFFFFF);  // a length past the bytes held
+  EXPECT_FALSE(z.decodeChannel(RED));
+  TpixelData16 w(k16Bits);
+  w.addChannel(RED, 3, 2);
+  w.setCompressionMethod(RED, RLE);
+  w.setCompositeLengthInfo(RED, {9, 40000});
+  w.setChannelCompressedPixels(RED, {0x7F, 0x00, 1, 2, 3});  // literal headers past the row
+  w.decodeChannel(RED);
+  EXPECT_NE(w.getRedPixelPtr(), nullptr);
+}
