@@ -7,12 +7,11 @@
 #include <cstdlib>
 #include <string>
 
+#include "fuzz_file.h"
 #include <vora/foundation/fl.h>
 #include <vora/ilib.h>
 
 namespace {
-
-std::string gPath;
 
 void walk(FLfile* f, int depth) {
   FLid id, type;
@@ -38,19 +37,12 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   setenv("PATH", "/nonexistent", 1);
   unsetenv("ILICVT");
   ILinfilter(nullptr);
-  char name[] = "/tmp/fuzz_il_header_XXXXXX";
-  int fd = mkstemp(name);
-  if (fd >= 0) close(fd);
-  gPath = name;
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FILE* out = fopen(gPath.c_str(), "wb");
-  if (!out) return 0;
-  fwrite(data, 1, size, out);
-  fclose(out);
-  if (ILimage* img = ILopen(gPath.c_str(), "r")) {
+  if (!fuzz::writeInput(data, size)) return 0;
+  if (ILimage* img = ILopen(fuzz::tempPath().c_str(), "r")) {
     if (const ILheader* h = ILgetheader(img)) {
       volatile uint32_t sink = h->width ^ h->height;
       (void)sink;
@@ -63,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (ILnext(img) == 0) ILgetheader(img);
     ILclose(img);
   }
-  if (FLfile* f = FLopen(gPath.c_str(), "r")) {
+  if (FLfile* f = FLopen(fuzz::tempPath().c_str(), "r")) {
     walk(f, 0);
     FLclose(f);
   }

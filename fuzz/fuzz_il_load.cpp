@@ -8,29 +8,20 @@
 #include <string>
 #include <vector>
 
+#include "fuzz_file.h"
 #include <vora/ilib.h>
 
-namespace {
-std::string gPath;
-}
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   setenv("PATH", "/nonexistent", 1);  // no conversion program: everything stays in-process
   unsetenv("ILICVT");
-  char name[] = "/tmp/fuzz_il_load_XXXXXX";
-  int fd = mkstemp(name);
-  if (fd >= 0) close(fd);
-  gPath = name;
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FILE* out = fopen(gPath.c_str(), "wb");
-  if (!out) return 0;
-  fwrite(data, 1, size, out);
-  fclose(out);
+  if (!fuzz::writeInput(data, size)) return 0;
   for (int pass = 0; pass < 2; ++pass) {
-    ILimage* img = ILopen(gPath.c_str(), "r");
+    ILimage* img = ILopen(fuzz::tempPath().c_str(), "r");
     if (!img) return 0;
     int w = 0, h = 0;
     if (ILgetsize(img, &w, &h) == 0 && w > 0 && h > 0 && uint64_t(w) * h <= (1u << 20)) {

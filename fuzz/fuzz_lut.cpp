@@ -7,26 +7,13 @@
 #include <memory>
 #include <string>
 
+#include "fuzz_file.h"
 #include <vora/colorlut.h>
 
-namespace {
-std::string gPath;
-}
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  char name[] = "/tmp/fuzz_lut_XXXXXX";
-  int fd = mkstemp(name);
-  if (fd >= 0) close(fd);
-  gPath = name;
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FILE* out = fopen(gPath.c_str(), "wb");
-  if (!out) return 0;
-  fwrite(data, 1, size, out);
-  fclose(out);
-  TfileStream s(gPath.c_str());
+  if (!fuzz::writeInput(data, size)) return 0;
+  TfileStream s(fuzz::tempPath().c_str());
   std::unique_ptr<TccLut> lut(TccLutFile::read(s));
   if (!lut) return 0;
   TscLutColor o(0, 0, 0, 0);

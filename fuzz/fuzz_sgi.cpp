@@ -6,26 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "fuzz_file.h"
 #include <vora/sgi.h>
 
-namespace {
-std::string gPath;
-}
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  char name[] = "/tmp/fuzz_sgi_XXXXXX";
-  int fd = mkstemp(name);
-  if (fd >= 0) close(fd);
-  gPath = name;
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FILE* out = fopen(gPath.c_str(), "wb");
-  if (!out) return 0;
-  fwrite(data, 1, size, out);
-  fclose(out);
-  IMAGE* img = iopen(gPath.c_str(), "r", 0, 0, 0, 0, 0);
+  if (!fuzz::writeInput(data, size)) return 0;
+  IMAGE* img = iopen(fuzz::tempPath().c_str(), "r", 0, 0, 0, 0, 0);
   if (!img) return 0;
   std::vector<unsigned short> row(size_t(img->xsize) + 1);
   // Bounded work per input: at most 4096 rows are asked for.

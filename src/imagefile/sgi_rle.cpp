@@ -37,18 +37,18 @@ int compact(const unsigned short* in, unsigned char* rlebuf, int cnt) {
     while (j + 2 < cnt && !(in[j] == in[j + 1] && in[j + 1] == in[j + 2])) ++j;
     if (j + 2 >= cnt) j = cnt;
     for (int count = j - i; count > 0;) {
-      int todo = count > 126 ? 126 : count;
-      count -= todo;
-      unit<OBPP>(o, 0x80u | unsigned(todo));
-      for (; todo > 0; --todo) unit<OBPP>(o, in[i++]);
+      int k = count > 126 ? 126 : count;
+      count -= k;
+      unit<OBPP>(o, 0x80u | unsigned(k));
+      for (; k > 0; --k) unit<OBPP>(o, in[i++]);
     }
     if (j == cnt) break;
     int k = j;
     while (k < cnt && in[k] == in[j]) ++k;
     for (int count = k - j; count > 0;) {
-      int todo = count > 126 ? 126 : count;
-      count -= todo;
-      unit<OBPP>(o, unsigned(todo));
+      int k = count > 126 ? 126 : count;
+      count -= k;
+      unit<OBPP>(o, unsigned(k));
       unit<OBPP>(o, in[j]);
     }
     i = k;

@@ -82,7 +82,7 @@ bool decodeRle(Tchannel& c) {
   uint8_t* dst = c.raw.data();
   for (uint32_t y = 0; y < c.height; ++y) {
     size_t n = std::min<size_t>(rows[y], len > at ? len - at : 0);  // lengths that lie are cut
-    memcpy(scratch.data(), data + at, n);
+    if (n) memcpy(scratch.data(), data + at, n);
     at += n;
     std::fill(row.begin(), row.end(), 0);
     if (c.format == 0) unpackBits8(scratch.data(), n, row.data(), rb);
@@ -240,7 +240,7 @@ bool decode(Tchannel& c) {
   switch (c.method) {
     case RAW: {
       size_t n = std::min(c.raw.size(), c.compressed.size());
-      memcpy(c.raw.data(), c.compressed.data(), n);
+      if (n) memcpy(c.raw.data(), c.compressed.data(), n);
       if (c.format == 1 && vora::hostLittleEndian()) {
         auto* s = reinterpret_cast<uint16_t*>(c.raw.data());
         for (size_t k = 0; k < c.sampleCount; ++k) s[k] = vora::swap16(s[k]);

@@ -241,6 +241,17 @@ TEST(Part3_2_Hostile, LyingLengthsAndBadZip) {
   z.setChannelCompressedPixels(RED, {1, 2});
   z.setChannelDataLength(RED, 0x7FFFFFFF);  // a length past the bytes held
   EXPECT_FALSE(z.decodeChannel(RED));
+  // Found by fuzz_psd_channel: rows of length 0 and no bytes at all (a null source for memcpy).
+  TpixelData16 empty(k8Bits);
+  empty.addChannel(RED, 3, 2, 5);
+  empty.setCompressionMethod(RED, RLE);
+  empty.setCompositeLengthInfo(RED, {0, 0});
+  empty.setChannelCompressedPixels(RED, {});
+  empty.decodeChannel(RED);
+  EXPECT_EQ(empty.getRedPixelPtr()[0], 0);
+  empty.setCompressionMethod(RED, RAW);
+  empty.setChannelCompressedPixels(RED, {});
+  empty.decodeChannel(RED);
   TpixelData16 w(k16Bits);
   w.addChannel(RED, 3, 2);
   w.setCompressionMethod(RED, RLE);
