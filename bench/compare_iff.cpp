@@ -1,21 +1,16 @@
 // Side by side with OpenImageIO (issue 3's speed goal): reading a whole RLE IFF image into memory
 // and writing it, on the same generated RGBA 8-bit image, in one process; medians of interleaved
 // rounds; memcpy of the same pixels as the memory-bandwidth yardstick.
-#include <OpenImageIO/imageio.h>
-
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <random>
 #include <string>
 #include <vector>
 
 #include <vora/ilib.h>
 
 #include "compare_common.h"
+#include "oiio_peer.h"
 
 namespace {
 
@@ -52,26 +47,6 @@ void oursRead(const std::string& path, std::vector<uint8_t>& px) {
   ILclose(img);
 }
 
-void peerWrite(const std::string& path, const std::vector<uint8_t>& px, int n) {
-  OIIO::ImageSpec spec(n, n, 4, OIIO::TypeDesc::UINT8);
-  spec.attribute("compression", "rle");
-  auto out = OIIO::ImageOutput::create(path);
-  if (!out || !out->open(path, spec) || !out->write_image(OIIO::TypeDesc::UINT8, px.data())) {
-    fprintf(stderr, "OIIO write failed: %s\n", OIIO::geterror().c_str());
-    exit(1);
-  }
-  out->close();
-}
-
-void peerRead(const std::string& path, std::vector<uint8_t>& px) {
-  auto in = OIIO::ImageInput::open(path);
-  if (!in || !in->read_image(0, 0, 0, 4, OIIO::TypeDesc::UINT8, px.data())) {
-    fprintf(stderr, "OIIO read failed: %s\n", OIIO::geterror().c_str());
-    exit(1);
-  }
-  in->close();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -89,7 +64,7 @@ int main(int argc, char** argv) {
   for (int r = 0; r < rounds; ++r) {
     tMem.push_back(seconds([&] { memcpy(dst.data(), il.data(), il.size()); }));
     tOw.push_back(seconds([&] { oursWrite(ours, il, n); }));
-    tPw.push_back(seconds([&] { peerWrite(peer, rgba, n); }));
+    tPw.push_back(seconds([&] { peerWrite(peer, rgba, n, "rle"); }));
     tOrO.push_back(seconds([&] { oursRead(ours, a); }));
     tPrO.push_back(seconds([&] { peerRead(ours, b); }));
     tOrP.push_back(seconds([&] { oursRead(peer, a); }));

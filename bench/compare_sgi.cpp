@@ -2,8 +2,6 @@
 // the same generated 4096 x 4096 RGBA 8-bit picture, in one process, medians of interleaved rounds.
 // Both sides go between the file and an interleaved RGBA 8-bit buffer. OpenImageIO 2.4 writes SGI
 // verbatim only, so its write is timed in that form (and ours both ways).
-#include <OpenImageIO/imageio.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +9,7 @@
 #include <vora/sgi.h>
 
 #include "compare_common.h"
+#include "oiio_peer.h"
 
 namespace {
 
@@ -48,25 +47,6 @@ void oursRead(const std::string& path, std::vector<uint8_t>& px, int n) {
   iclose(img);
 }
 
-void peerWrite(const std::string& path, const std::vector<uint8_t>& px, int n) {
-  OIIO::ImageSpec spec(n, n, 4, OIIO::TypeDesc::UINT8);
-  auto out = OIIO::ImageOutput::create(path);
-  if (!out || !out->open(path, spec) || !out->write_image(OIIO::TypeDesc::UINT8, px.data())) {
-    fprintf(stderr, "OIIO write failed: %s\n", OIIO::geterror().c_str());
-    exit(1);
-  }
-  out->close();
-}
-
-void peerRead(const std::string& path, std::vector<uint8_t>& px) {
-  auto in = OIIO::ImageInput::open(path);
-  if (!in || !in->read_image(0, 0, 0, 4, OIIO::TypeDesc::UINT8, px.data())) {
-    fprintf(stderr, "OIIO read failed: %s\n", OIIO::geterror().c_str());
-    exit(1);
-  }
-  in->close();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -85,7 +65,7 @@ int main(int argc, char** argv) {
     tMem.push_back(seconds([&] { memcpy(dst.data(), px.data(), px.size()); }));
     tOwR.push_back(seconds([&] { oursWrite(rle, px, n, true); }));
     tOwV.push_back(seconds([&] { oursWrite(verb, px, n, false); }));
-    tPw.push_back(seconds([&] { peerWrite(peer, px, n); }));
+    tPw.push_back(seconds([&] { peerWrite(peer, px, n, nullptr); }));
     tOr.push_back(seconds([&] { oursRead(rle, a, n); }));
     tPr.push_back(seconds([&] { peerRead(rle, b); }));
     tOrP.push_back(seconds([&] { oursRead(peer, a, n); }));

@@ -5,6 +5,8 @@
 
 #include <vora/colorlut.h>
 
+#include "colorlut/lut_math.h"
+
 TccLut::TccLut(float gammaRed, float gammaGreen, float gammaBlue)
     : perChannel_(true), kind_(kGamma), gammaRed_(gammaRed), gammaGreen_(gammaGreen), gammaBlue_(gammaBlue) {}
 
@@ -27,8 +29,6 @@ bool outOfRange(const TccLut::Curve& c) {
   return false;
 }
 
-// NaN, neither below 0 nor above 1, is taken as 0 so that the table index stays defined.
-inline float clamp01(float v) { return !(v >= 0.0f) ? 0.0f : v > 1.0f ? 1.0f : v; }
 inline float lerp(float a, float b, float t) { return a + (b - a) * t; }
 
 }  // namespace
@@ -79,7 +79,7 @@ bool TccLut::convert(const TscLutColor& in, TscLutColor& out) const {
   float v[3] = {preRed_.empty() ? in.red : applyPreLut(in.red, preRed_),
                 preGreen_.empty() ? in.green : applyPreLut(in.green, preGreen_),
                 preBlue_.empty() ? in.blue : applyPreLut(in.blue, preBlue_)};
-  for (float& c : v) c = clamp01(c);
+  for (float& c : v) c = vora::lut::clamp01(c);
   if (kind_ == kGamma) {
     out.red = std::pow(v[0], gammaRed_);
     out.green = std::pow(v[1], gammaGreen_);
@@ -108,16 +108,7 @@ bool TccLut::convert(const TscLutColor& in, TscLutColor& out) const {
     return true;  // a lattice without two points per axis cannot be looked up (our guard)
   size_t idx[3];
   float f[3];
-  for (int a = 0; a < 3; ++a) {
-    if (v[a] == 1.0f) {
-      idx[a] = size[a] - 2;
-      f[a] = 1.0f;
-    } else {
-      float x = float(size[a] - 1) * v[a];
-      idx[a] = size_t(x);
-      f[a] = x - float(idx[a]);
-    }
-  }
+  for (int a = 0; a < 3; ++a) vora::lut::cubeAxis(v[a], size[a], idx[a], f[a]);
   auto C = [&](size_t r, size_t g, size_t b) -> const TscLutColor& {
     return table_[(b * size[1] + g) * size[0] + r];
   };

@@ -11,9 +11,11 @@
 
 #include <vora/colorlut.h>
 
+#include "colorlut/lut_math.h"
+
 namespace {
 
-inline float clamp01(float v) { return !(v >= 0.0f) ? 0.0f : v > 1.0f ? 1.0f : v; }
+using vora::lut::clamp01;
 
 // The cube lookup of convert, with the lattice entries as four-float vectors.
 struct Cube {
@@ -29,16 +31,7 @@ struct Cube {
   inline __m128 lookup(const float v[3]) const {
     size_t idx[3];
     float f[3];
-    for (int a = 0; a < 3; ++a) {
-      if (v[a] == 1.0f) {
-        idx[a] = size[a] - 2;
-        f[a] = 1.0f;
-      } else {
-        float x = float(size[a] - 1) * v[a];
-        idx[a] = size_t(x);
-        f[a] = x - float(idx[a]);
-      }
-    }
+    for (int a = 0; a < 3; ++a) vora::lut::cubeAxis(v[a], size[a], idx[a], f[a]);
     const size_t base = idx[2] * strideB + idx[1] * strideG + idx[0];
     const __m128 fb = _mm_set1_ps(f[2]), fg = _mm_set1_ps(f[1]), fr = _mm_set1_ps(f[0]);
     // C(r, g, b) at base, +1 along red, +strideG along green, +strideB along blue.

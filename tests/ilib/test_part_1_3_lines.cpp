@@ -116,13 +116,6 @@ Bytes toTopRgb(const Bytes& bgra, int w, int h, int bytes, int channels) {
   return out;
 }
 
-std::string sha256(const Bytes& b) {
-  vt::TempDir d;
-  vt::writeFile(d.path("x"), b);
-  std::string out;
-  vt::run("sha256sum '" + d.path("x") + "'", &out);
-  return out.substr(0, 64);
-}
 
 // The rectangles of the RGBA chunks of a file, in file order, each with its data size.
 std::vector<std::vector<int>> tileRects(const std::string& path) {
@@ -173,7 +166,7 @@ TEST(Part1_3, OpenImageIoFixturesDecodeToTheReferencePixels) {
       Bytes px;
       ASSERT_EQ(readImage(std::string(VORA_TEST_DATA "/iff/") + f.name, f.bytes, false, byLines, &px, nullptr), 0)
           << f.name;
-      EXPECT_EQ(sha256(toTopRgb(px, f.w, f.h, f.bytes, f.channels)), f.sha) << f.name << " lines " << byLines;
+      EXPECT_EQ(vt::sha256(toTopRgb(px, f.w, f.h, f.bytes, f.channels)), f.sha) << f.name << " lines " << byLines;
     }
   }
 }

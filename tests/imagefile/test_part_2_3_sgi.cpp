@@ -52,13 +52,6 @@ Bytes topFirst(const std::string& path, int* w = nullptr, int* h = nullptr, int*
   return out;
 }
 
-std::string sha256(const Bytes& b) {
-  vt::TempDir d;
-  vt::writeFile(d.path("x"), b);
-  std::string out;
-  vt::run("sha256sum '" + d.path("x") + "'", &out);
-  return out.substr(0, 64);
-}
 
 // Writes a picture of w x h x z values (bottom row first, channel-interleaved rows) with putrow.
 std::vector<unsigned short> pattern(int w, int h, int z, int bpc, uint32_t seed) {
@@ -105,7 +98,7 @@ TEST(Part2_3, FixturesFromOtherProgramsReadWithTheReferencePixels) {
       {"oiiotool_gray16_24x12_verbatim.sgi", "3f6c9bb0b710961ec92208d827a87e5539da6ee01ca00d4c1f6c471ef880c7eb"},
   };
   for (const Fixture& f : fixtures)
-    EXPECT_EQ(sha256(topFirst(std::string(VORA_TEST_DATA "/sgi/") + f.name)), f.sha) << f.name;
+    EXPECT_EQ(vt::sha256(topFirst(std::string(VORA_TEST_DATA "/sgi/") + f.name)), f.sha) << f.name;
 }
 
 // Edge case: a file whose first two bytes are DA 01 is rejected with "iopen: bad magic ...".
@@ -266,7 +259,7 @@ TEST(Part2_3_Interop, ImageMagickAndOpenImageIoBothWays) {
         std::string out;
         std::string fmt = c == 1 ? "gray" : c == 3 ? "rgb" : "rgba";
         vt::run("convert '" + ours + "' -depth " + std::to_string(bpc * 8) + " -endian LSB " + fmt + ":- | sha256sum", &out);
-        EXPECT_EQ(out.substr(0, 64), sha256(px)) << "ImageMagick reading ours, " << what;
+        EXPECT_EQ(out.substr(0, 64), vt::sha256(px)) << "ImageMagick reading ours, " << what;
         // OpenImageIO reads ours.
         ASSERT_EQ(vt::run(std::string(kPeer) + " read '" + ours + "' '" + d.path("o.raw") + "'"), 0);
         EXPECT_TRUE(vt::readFile(d.path("o.raw")) == px) << "OpenImageIO reading ours, " << what;

@@ -89,6 +89,19 @@ std::string hex(const Bytes& b) {
   return s;
 }
 
+std::string sha256(const Bytes& b) {
+  TempDir d;
+  writeFile(d.path("x"), b);
+  std::string out;
+  run("sha256sum '" + d.path("x") + "'", &out);
+  return out.substr(0, 64);
+}
+
+int vimg(const std::string& args, std::string* out) {
+  if (out) out->clear();
+  return run(std::string(VORA_VIMG) + " " + args + " 2>&1", out);
+}
+
 int childCount() {
   int n = 0;
   std::string self = std::to_string(getpid());

@@ -37,6 +37,12 @@ void writeFile(const std::string& path, const Bytes& data);
 Bytes readFile(const std::string& path);
 std::string hex(const Bytes& b);
 
+// SHA-256 of the bytes, as hex (through sha256sum).
+std::string sha256(const Bytes& b);
+
+// Runs the vimg built with the tests with args; out (cleared first) gets stdout and stderr.
+int vimg(const std::string& args, std::string* out = nullptr);
+
 // Number of live (not yet reaped or running) children of this process.
 int childCount();
 // Runs a shell command, returns its exit status and fills out with its stdout.

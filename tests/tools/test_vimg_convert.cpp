@@ -7,9 +7,7 @@
 #include "support/test_support.h"
 
 namespace {
-int vimg(const std::string& args, std::string* out = nullptr) {
-  return vt::run(std::string(VORA_VIMG) + " " + args + " 2>&1", out);
-}
+using vt::vimg;
 int convert(const std::string& args, std::string* out = nullptr) { return vimg("convert " + args, out); }
 // Pixels of any image as 8-bit RGBA, top row first, through ImageMagick (a peer).
 std::string rgba(const std::string& path) {

@@ -8,7 +8,7 @@
 namespace {
 std::string vimg(const std::string& args, int* status) {
   std::string out;
-  *status = vt::run(std::string(VORA_VIMG) + " " + args + " 2>&1", &out);
+  *status = vt::vimg(args, &out);
   return out;
 }
 }  // namespace

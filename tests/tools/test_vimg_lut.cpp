@@ -11,10 +11,7 @@
 #include "support/test_support.h"
 
 namespace {
-int vimg(const std::string& args, std::string* out) {
-  out->clear();
-  return vt::run(std::string(VORA_VIMG) + " " + args + " 2>&1", out);
-}
+using vt::vimg;
 const std::string kLut = VORA_TEST_DATA "/lut/";
 }  // namespace
 

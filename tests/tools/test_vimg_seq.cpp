@@ -7,10 +7,7 @@
 #include "support/test_support.h"
 
 namespace {
-int vimg(const std::string& args, std::string* out) {
-  out->clear();
-  return vt::run(std::string(VORA_VIMG) + " " + args + " 2>&1", out);
-}
+using vt::vimg;
 void touch(const vt::TempDir& d, const std::string& name) { vt::writeFile(d.path(name), {}); }
 }  // namespace
 
