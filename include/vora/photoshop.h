@@ -1,5 +1,6 @@
-// Parts 3.1-3.5: Photoshop documents. So far Part 3.2: channel data and its codecs (raw, PackBits
-// run-length, ZIP, ZIP with prediction) as this library reads and writes them.
+// Parts 3.1-3.5: Photoshop documents. So far Part 3.2 (channel data and its codecs: raw, PackBits
+// run-length, ZIP, ZIP with prediction) and Part 3.1 (the document model and its reader, in
+// <vora/psd_document.h>, included at the end).
 #pragma once
 
 #include <cstdint>
@@ -132,3 +133,5 @@ VORA_API size_t packBitsRow(const uint8_t* src, size_t count, uint8_t* out);
 }  // namespace codec
 
 }  // namespace ktPhotoshop
+
+#include <vora/psd_document.h>

@@ -12,5 +12,6 @@ void registerInfo(CLI::App& app);
 void registerConvert(CLI::App& app);
 void registerSeq(CLI::App& app);
 void registerLut(CLI::App& app);
+void registerPsd(CLI::App& app);
 
 }  // namespace vimg

@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
   vimg::registerConvert(app);
   vimg::registerSeq(app);
   vimg::registerLut(app);
+  vimg::registerPsd(app);
   CLI11_PARSE(app, argc, argv);
   return vimg::exitStatus;
 }

@@ -1,0 +1,296 @@
+// Part 3.1: the Photoshop document model and its reader (namespace ktPhotoshop). Included by
+// <vora/photoshop.h>; include that one.
+//
+// Reading never throws to the caller except for what the Part throws ("Invalid information read
+// from file" for a layer of more than 56 channels). A file that ends before the data it declares,
+// or whose lengths cannot hold what they claim, fails the reading function with the Part's failure
+// result (false, -1 or 0) and lastReadError() says where; no allocation is larger than what the
+// file can hold. Memory exhaustion raises the warning rFileNoMemoryPSDfile as the Part says.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <vora/export.h>
+#include <vora/foundation/tfilepath.h>
+#include <vora/foundation/tstring.h>
+#include <vora/photoshop.h>
+
+namespace ktPhotoshop {
+
+enum statusCode : int { kSuccess = 0, kFailure = 1 };
+
+// Four characters as the file holds them, big-endian ('8BIM' == 0x3842494D).
+constexpr uint32_t fourCC(const char (&s)[5]) {
+  return uint32_t(uint8_t(s[0])) << 24 | uint32_t(uint8_t(s[1])) << 16 | uint32_t(uint8_t(s[2])) << 8 |
+         uint8_t(s[3]);
+}
+// The four characters of a key, non-printable bytes as '.' ("lsct", ".hue").
+VORA_API Tstring fourCCText(uint32_t key);
+
+// The process-wide warning collector.
+class VORA_API TpsdFileWarning {
+ public:
+  enum TpsdWarningMsg : uint32_t {
+    rFileBitmapColorMode = 1,
+    rFileGrayscaleColorMode = 2,
+    rFileIndexedColorMode = 4,
+    rFileCMYKcolorMode = 8,
+    rFileMultiChannelColorMode = 16,
+    rFileDuotoneColorMode = 32,
+    rFileLabColorMode = 64,
+    rFileImageResources = 128,
+    rFileBlendMode = 256,
+    rFileClipping = 512,
+    rFileBlendingRanges = 1024,
+    rFileLayerEffects = 2048,
+    rFileTransparencyShapeLayer = 4096,
+    rFileLayerMaskAsGlobal = 8192,
+    rFileVectorMaskAsGlobal = 16384,
+    rFileAdjustmentLayer = 32768,
+    rFileObjectBasedEffects = 65536,
+    rFilePatterns = 131072,
+    rFileAnnotations = 262144,
+    rFileBlendClippingElements = 524288,
+    rFileBlendInteriorEffects = 1048576,
+    rFileKnockoutOptions = 2097152,
+    rFileEmptyLayerSet = 4194304,
+    rFileNoMemoryPSDfile = 8388608,
+  };
+
+  static TpsdFileWarning& instance();
+
+  // The message key of a bit ("s_TpsdFileWarningStrings.rFileLayerEffects"), null for no bit.
+  const char* key(TpsdWarningMsg bit) const;
+  // Formats the key's text with (layerName, fileBaseName), or (fileBaseName) when the name is
+  // empty, and appends it and the bit. Duplicates are kept.
+  void addWarning(TpsdWarningMsg bit, const Tstring& layerName, const Tstring& fileBaseName);
+  const TstringArray& messages() const { return messages_; }
+  const std::vector<uint32_t>& warningBits() const { return bits_; }
+  // The bits recorded so far, or-ed together.
+  uint32_t allBits() const;
+  void clear();
+
+ private:
+  TpsdFileWarning();
+  std::vector<std::pair<uint32_t, const char*>> keys_;
+  TstringArray messages_;
+  std::vector<uint32_t> bits_;
+};
+
+// A block of additional information (a layer's or the document's): signature, key, length, data.
+struct TpsdInfoBlock {
+  uint32_t signature = 0, key = 0, length = 0;
+  std::vector<uint8_t> data;
+};
+
+struct TpsdImageResource {
+  uint32_t signature = 0;
+  uint16_t id = 0;
+  std::vector<char> name;  // NUL-terminated
+  uint32_t dataSize = 0;   // rounded up to even
+  std::vector<uint8_t> data;  // absent for 1006, 1044 and 1053
+  uint32_t value1044 = 0;
+};
+
+struct TpsdChannelInfo {
+  PHOTOSHOP_CHANNEL id = 0;
+  uint32_t length = 0;  // counts the 2-byte compression word
+  uint32_t reserved = 0;
+};
+
+// One layer record (bottom layer first in the document's list).
+class VORA_API TpsdLayer {
+ public:
+  TpsdLayer(TdataFormat format) : pixels(format) {}
+
+  int32_t top = 0, left = 0, bottom = 0, right = 0;
+  uint16_t channelCount = 0;
+  std::vector<TpsdChannelInfo> channelInfo;
+  uint32_t blendSignature = 0, blendKey = 0;
+  uint8_t opacity = 255, clipping = 0, flags = 0, filler = 0;
+  uint32_t extraDataLength = 0;
+  struct Mask {
+    uint32_t length = 0;
+    int32_t top = 0, left = 0, bottom = 0, right = 0;
+    uint8_t defaultColor = 0, flags = 0, realFlags = 0, realUserMaskBackground = 0;
+    int32_t realTop = 0, realLeft = 0, realBottom = 0, realRight = 0;
+  } mask;
+  struct BlendingRanges {
+    uint32_t length = 0;
+    uint32_t compositeGreySource = 0, compositeGreyDestination = 0;
+    std::vector<std::pair<uint32_t, uint32_t>> channels;  // source, destination per channel
+  } blendingRanges;
+  uint32_t additionalInfoCount = 0;
+  std::vector<TpsdInfoBlock> additionalInfo;
+  uint32_t sectionType = 0;  // 0 layer, 1 open set, 2 closed set, 3 bounding divider
+  uint32_t sectionBlendSignature = 0, sectionBlendKey = 0;
+  uint32_t layerId = 0;
+  Tstring name;
+  TpixelData16 pixels;  // filled by TpsdFile::readAllChannelData
+
+  // The rectangle's size (0 for an empty or inverted one).
+  uint32_t width() const { return right > left ? uint32_t(int64_t(right) - left) : 0; }
+  uint32_t height() const { return bottom > top ? uint32_t(int64_t(bottom) - top) : 0; }
+  bool isVisible() const { return !(flags & 2); }  // flags bit 1: hidden
+  bool isLayerSet() const { return sectionType == 1 || sectionType == 2; }
+  const TpsdInfoBlock* block(uint32_t key) const;
+};
+using TpsdLayerPtrArray = std::vector<std::unique_ptr<TpsdLayer>>;
+
+// An image handed out: its size, pixel data and the number of channels it holds.
+class VORA_API TrgbaData {
+ public:
+  TrgbaData() : pixels_(k8Bits) {}
+  TrgbaData(uint32_t width, uint32_t height, TpixelData16 pixels, uint32_t channelCount)
+      : width_(width), height_(height), channelCount_(channelCount), pixels_(std::move(pixels)) {}
+  uint32_t width() const { return width_; }
+  uint32_t height() const { return height_; }
+  uint32_t channelCount() const { return channelCount_; }
+  TpixelData16& pixelData() { return pixels_; }
+  const TpixelData16& pixelData() const { return pixels_; }
+
+ private:
+  uint32_t width_ = 0, height_ = 0, channelCount_ = 0;
+  TpixelData16 pixels_;
+};
+
+class VORA_API TphotoshopFile {
+ public:
+  virtual ~TphotoshopFile();
+  virtual int open(const TfilePath& path, bool editMode) = 0;
+  virtual int create(const TfilePath& path, unsigned short& width, unsigned short& height) = 0;
+  virtual int close() = 0;
+
+  void setSize(uint32_t width, uint32_t height) {
+    width_ = width;
+    height_ = height;
+  }
+  // 8 or 16; anything else throws TpsdException("Invalid color depth").
+  void setColorDepth(unsigned depth);
+  TdataFormat colorDepth() const { return depth_; }
+  uint32_t imageWidth() const { return width_; }
+  uint32_t imageHeight() const { return height_; }
+  const TfilePath& filePath() const { return path_; }
+  bool isFileEditMode() const { return editMode_; }
+  void setIsFileEditMode(bool on) { editMode_ = on; }
+  bool saveNeeded() const { return saveNeeded_; }
+
+ protected:
+  TfilePath path_;
+  uint32_t width_ = 0, height_ = 0;
+  TdataFormat depth_ = k8Bits;
+  bool editMode_ = false, saveNeeded_ = false;
+};
+
+class PsdStream;
+
+class VORA_API TpsdFile : public TphotoshopFile {
+ public:
+  TpsdFile();
+  ~TpsdFile() override;
+
+  // Records the edit-mode flags, reads the header only; 0 whether or not it was accepted.
+  int open(const TfilePath& path, bool editMode) override;
+  // Document writing is a later issue: answers -1.
+  int create(const TfilePath& path, unsigned short& width, unsigned short& height) override;
+  int close() override;
+
+  bool readAllLayerRecordInformation();
+  int getAllLayerNames(TstringArray& names);
+  int readLayerSetNames(TstringArray& names);
+  int readAlphaList(TstringArray& names);
+  // The stored composite (raw or run-length) as TrgbaData: 0, or -1 on failure.
+  int readFlattenedImage(TrgbaData& out);
+  // Beyond the Part (the facade's readAllChannelData, Part 3.5): reads the records, then every
+  // layer's channel data into its pixels, compressed; samples decode on demand. 0 or -1.
+  int readAllChannelData();
+
+  // The model as read.
+  uint16_t channels() const { return channels_; }
+  uint16_t bitDepth() const { return bitDepth_; }
+  uint16_t colorMode() const { return colorMode_; }
+  const uint8_t* reserved() const { return reserved_; }
+  uint16_t compression() const { return compression_; }
+  int32_t colorModeDataLength() const { return colorModeLength_; }
+  const std::vector<uint8_t>& colorModeData() const { return colorModeData_; }
+  int32_t imageResourcesLength() const { return resourcesLength_; }
+  uint32_t imageResourceCount() const { return uint32_t(resources_.size()); }
+  const std::vector<TpsdImageResource>& imageResources() const { return resources_; }
+  const TstringArray& alphaNames() const { return alphaNames_; }
+  const std::vector<int32_t>& alphaIdentifiers() const { return alphaIds_; }
+  uint32_t layerAndMaskLength() const { return layerMaskLength_; }
+  uint32_t layerInfoLength() const { return layerInfoLength_; }
+  uint32_t layerCount() const { return layerCount_; }
+  const TpsdLayerPtrArray& layers() const { return layers_; }
+  TpsdLayerPtrArray& layers() { return layers_; }
+  const Tstring& sectionDividerName() const { return dividerName_; }
+  uint32_t globalLayerMaskLength() const { return globalMaskLength_; }
+  const std::vector<uint8_t>& globalLayerMask() const { return globalMask_; }
+  uint32_t additionalGlobalInfoCount() const { return uint32_t(globalBlocks_.size()); }
+  const std::vector<TpsdInfoBlock>& additionalGlobalInfo() const { return globalBlocks_; }
+  // Cached stream positions (0 while not known).
+  uint32_t startOfChannelData() const { return startOfChannelData_; }
+  uint32_t endOfImageResources() const { return endOfResources_; }
+  uint32_t endOfGlobalMask() const { return endOfGlobalMask_; }
+  uint32_t endOfAdditionalInfo() const { return endOfAdditionalInfo_; }
+  // Why the last reading call failed ("" after a success).
+  const Tstring& lastReadError() const { return lastError_; }
+  // The layer of that name (first from the bottom), or null.
+  TpsdLayer* findLayer(const Tstring& name);
+
+ protected:
+  bool readPsdHeader(PsdStream& in);
+  void readColorModeData(PsdStream& in);
+  void readImageResources(PsdStream& in);
+  void readAllLayerInfo(PsdStream& in);
+  void readGlobalMaskInfo(PsdStream& in);
+  void readAdditionalGlobalInfo(PsdStream& in);
+  bool seekToEndOfChannelData(PsdStream& in);
+  void addWarningMessage(const Tstring& layerName, TpsdFileWarning::TpsdWarningMsg bit);
+  // Sum of the channel data lengths of all layers (the "layer sizes").
+  void recomputeLayerSize();
+
+ private:
+  enum class Reading { kOk, kCannotOpen, kBadHeader, kCorrupt, kNoMemory };
+  // The whole structure without pixels, header first; readWhole opens the file and turns the
+  // failures (a truncated or lying file, memory exhaustion) into its answer.
+  Reading readStructure(PsdStream& in);
+  Reading readWhole();
+  void readLayerRecord(PsdStream& in, TpsdLayer& layer, std::vector<TpsdFileWarning::TpsdWarningMsg>& warnings);
+  void noMemory();
+
+  uint32_t layerMaskLength_ = 0, layerInfoLength_ = 0;
+  Tstring dividerName_;
+  std::vector<TpsdInfoBlock> globalBlocks_;
+  uint32_t globalMaskLength_ = 0;
+  std::vector<uint8_t> globalMask_;
+  TstringArray alphaNames_;
+  std::vector<int32_t> alphaIds_;
+  std::vector<TpsdImageResource> resources_;
+  uint32_t layerCount_ = 0;
+  int32_t colorModeLength_ = 0;
+  std::vector<uint8_t> colorModeData_;
+  int32_t resourcesLength_ = 0;
+  uint32_t startOfChannelData_ = 0, endOfResources_ = 0, endOfGlobalMask_ = 0, endOfAdditionalInfo_ = 0;
+  uint16_t channels_ = 0;
+  uint8_t reserved_[6] = {};
+  uint16_t bitDepth_ = 0, colorMode_ = 0, compression_ = 0;
+  TpsdLayerPtrArray layers_;
+  TpixelData16 composite_;
+  uint64_t channelDataSize_ = 0;
+  Tstring lastError_;
+};
+
+// Free functions (statusCode 0 success, 1 failure).
+VORA_API bool isFilePsd(const TfilePath& path);
+VORA_API statusCode openPsdFile(const TfilePath& path, TphotoshopFile*& out, bool editMode);
+// Calls close and answers true for a TpsdFile; false otherwise. The Part first writes a document
+// whose edit-mode flag is clear back to its path (savePsdFile); document writing is not in this
+// library yet, so the document is closed without that save (nothing is faked or written).
+VORA_API bool closePsdFile(TphotoshopFile*& file);
+VORA_API statusCode getLayerNames(TphotoshopFile* file, TstringArray& names);
+VORA_API statusCode getLayerSetNames(TphotoshopFile* file, TstringArray& names);
+
+}  // namespace ktPhotoshop

@@ -1,0 +1,147 @@
+// Part 3.1: the composite image (readFlattenedImage) and, for the facade, every layer's channel
+// data, kept compressed in the pixel data (Part 3.2 decodes on demand).
+#include <string>
+
+#include <vora/photoshop.h>
+
+#include "psd_stream.h"
+
+namespace ktPhotoshop {
+
+namespace {
+
+// Refuses, before any sample buffer exists, stored bytes that cannot hold their samples: raw needs
+// them all; a PackBits packet of 2 bytes gives at most 128; deflate expands at most 1032 times.
+// Real files pass whatever their content; a tiny file declaring a huge image does not.
+void checkChannelSize(PsdStream& in, uint64_t width, uint64_t height, uint32_t bytesPerSample, uint64_t stored,
+                      TCompressionMethod method, const std::string& what) {
+  const uint64_t samples = width * height, bytes = samples * bytesPerSample;
+  uint64_t most = method == RAW ? stored : method == RLE ? stored * 64 + 128 : stored * 1032 + 1024;
+  if (samples > UINT32_MAX || bytes > most)
+    throw PsdReadError(what + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                       " samples cannot come from " + std::to_string(stored) + " stored bytes (offset " +
+                       std::to_string(in.tell()) + ")");
+  TmemoryException::checkAllocation(bytes);
+}
+
+}  // namespace
+
+int TpsdFile::readFlattenedImage(TrgbaData& out) {
+  lastError_ = Tstring();
+  PsdStream in(path_);
+  if (!in.isOpen()) {
+    lastError_ = "the file cannot be opened";
+    return -1;
+  }
+  try {
+    if (!readPsdHeader(in)) {
+      lastError_ = "not a Photoshop document of version 1 with 8 or 16 bits";
+      return -1;
+    }
+    readColorModeData(in);
+    readImageResources(in);
+    in.skip(in.u32("the layer and mask information length"));
+    recomputeLayerSize();
+    compression_ = in.u16("the composite's compression");
+    if (compression_ > 1) {
+      lastError_ = Tstring::tFormat("the composite's compression %u is neither raw (0) nor run-length (1)",
+                                    unsigned(compression_));
+      return -1;
+    }
+    // The first three channels (all when there are fewer than four); alpha is for the alpha readers.
+    const uint32_t n = channels_ < 4 ? channels_ : 3, w = imageWidth(), h = imageHeight();
+    const uint16_t max = colorDepth() == k16Bits ? 65535 : 255;
+    TpixelData16 pixels(colorDepth());
+    // Every value at the maximum before reading: the channels' default value, filled when asked
+    // for (the channels read below replace theirs).
+    for (PHOTOSHOP_CHANNEL id : {RED, GREEN, BLUE, TRANSPARENCY}) pixels.addChannel(id, w, h, max);
+    const uint32_t bps = pixels.bytesPerChannel();
+    if (compression_ == RAW) {
+      for (uint32_t c = 0; c < n; ++c) {
+        auto id = PHOTOSHOP_CHANNEL(c);
+        checkChannelSize(in, w, h, bps, in.remaining(), RAW, "the composite");
+        uint64_t length = uint64_t(w) * h * bps;
+        pixels.addChannel(id, w, h, max);
+        pixels.setCompressionMethod(id, RAW);
+        pixels.setChannelCompressedPixels(id, in.bytes(length, "the composite's raw data"));
+        pixels.setChannelDataLength(id, uint32_t(length));
+      }
+    } else {
+      // Row byte counts for every channel of the file, then each channel's rows.
+      std::vector<uint8_t> table = in.bytes(uint64_t(h) * channels_ * 2, "the composite's row-length table");
+      for (uint32_t c = 0; c < n; ++c) {
+        auto id = PHOTOSHOP_CHANNEL(c);
+        std::vector<uint16_t> rows(h);
+        uint64_t sum = 0;
+        for (uint32_t y = 0; y < h; ++y) sum += rows[y] = uint16_t(table[(size_t(c) * h + y) * 2] << 8 | table[(size_t(c) * h + y) * 2 + 1]);
+        checkChannelSize(in, w, h, bps, sum, RLE, "the composite");
+        pixels.addChannel(id, w, h, max);
+        pixels.setCompressionMethod(id, RLE);
+        pixels.setCompositeLengthInfo(id, std::move(rows));
+        pixels.setChannelCompressedPixels(id, in.bytes(sum, "the composite's run-length data"));
+        pixels.setChannelDataLength(id, uint32_t(sum));
+      }
+    }
+    out = TrgbaData(w, h, std::move(pixels), n);
+    return 0;
+  } catch (const std::bad_alloc&) {
+    noMemory();
+  } catch (const PsdReadError& e) {
+    lastError_ = e.what();
+  }
+  return -1;
+}
+
+int TpsdFile::readAllChannelData() {
+  if (readWhole() != Reading::kOk) return -1;
+  if (!startOfChannelData_) return 0;  // no layers
+  PsdStream in(path_);
+  try {
+    in.seek(startOfChannelData_);
+    const uint16_t max = colorDepth() == k16Bits ? 65535 : 255;
+    for (size_t i = 0; i < layers_.size(); ++i) {
+      TpsdLayer& layer = *layers_[i];
+      TpixelData16 pixels(colorDepth());
+      for (const TpsdChannelInfo& info : layer.channelInfo) {
+        // Masks have their own rectangles; a layer without a transparency channel is opaque.
+        const TpsdLayer::Mask& m = layer.mask;
+        int64_t w = int64_t(layer.right) - layer.left, h = int64_t(layer.bottom) - layer.top;
+        uint16_t fill = info.id == TRANSPARENCY ? max : 0;
+        if (info.id == USER_MASK) w = int64_t(m.right) - m.left, h = int64_t(m.bottom) - m.top;
+        if (info.id == REAL_USER_MASK) w = int64_t(m.realRight) - m.realLeft, h = int64_t(m.realBottom) - m.realTop;
+        if (info.id == USER_MASK || info.id == REAL_USER_MASK) fill = uint16_t(m.defaultColor * (max / 255));
+        if (w < 0 || h < 0) w = h = 0;
+        const std::string what = "layer " + std::to_string(i) + " channel " + std::to_string(info.id);
+        if (info.length < 2) {  // no data: default values, for a rectangle the file can back
+          checkChannelSize(in, uint64_t(w), uint64_t(h), pixels.bytesPerChannel(), in.size(), ZIP, what);
+          pixels.addChannel(info.id, uint32_t(w), uint32_t(h), fill);
+          in.skip(info.length);
+          continue;
+        }
+        uint16_t method = in.u16(what.c_str());
+        if (method > ZIP_PREDICTION)
+          throw PsdReadError(what + ": unknown compression " + std::to_string(method));
+        checkChannelSize(in, uint64_t(w), uint64_t(h), pixels.bytesPerChannel(), info.length - 2u,
+                         TCompressionMethod(method), what);
+        pixels.addChannel(info.id, uint32_t(w), uint32_t(h), fill);
+        pixels.setCompressionMethod(info.id, TCompressionMethod(method));
+        pixels.setChannelCompressedPixels(info.id, in.bytes(info.length - 2u, what.c_str()));
+        pixels.setChannelDataLength(info.id, info.length);
+      }
+      // A transparency channel for every layer, so that callers find one.
+      if (!pixels.channel(TRANSPARENCY)) {
+        checkChannelSize(in, layer.width(), layer.height(), pixels.bytesPerChannel(), in.size(), ZIP, "a layer");
+        pixels.addChannel(TRANSPARENCY, layer.width(), layer.height(), max);
+      }
+      layer.pixels = std::move(pixels);
+    }
+    return 0;
+  } catch (const std::bad_alloc&) {
+    noMemory();
+  } catch (const PsdReadError& e) {
+    lastError_ = e.what();
+  }
+  return -1;
+}
+
+}  // namespace ktPhotoshop

@@ -1,0 +1,198 @@
+// Test helper: Photoshop documents byte by byte, with every field in the test's hands (the layer
+// records of Part 3.1, channel data, the 16-bit "Lr16" section, the composite). Shared by the
+// tests, the fuzz seeds and the PSD benchmark. Lengths are computed unless a test overrides them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <vora/photoshop.h>
+
+namespace vt::psd {
+
+using Bytes = std::vector<uint8_t>;
+
+inline void put16(Bytes& b, uint32_t v) { b.push_back(uint8_t(v >> 8)), b.push_back(uint8_t(v)); }
+inline void put32(Bytes& b, uint32_t v) { put16(b, v >> 16), put16(b, v & 0xFFFF); }
+inline void put4(Bytes& b, const std::string& s) {
+  for (size_t i = 0; i < 4; ++i) b.push_back(i < s.size() ? uint8_t(s[i]) : uint8_t(' '));
+}
+inline void append(Bytes& b, const Bytes& more) { b.insert(b.end(), more.begin(), more.end()); }
+
+struct Channel {
+  int16_t id = 0;
+  uint16_t compression = 0;
+  Bytes data;                           // after the compression word
+  std::optional<uint32_t> lengthField;  // the record's length (default 2 + data)
+};
+
+struct Layer {
+  int32_t top = 0, left = 0, bottom = 0, right = 0;
+  std::vector<Channel> channels;
+  std::string blendSignature = "8BIM", blendKey = "norm";
+  uint8_t opacity = 255, clipping = 0, flags = 0, filler = 0;
+  std::optional<uint32_t> maskLength;  // default: mask.size()
+  Bytes mask;                          // after the mask length
+  std::optional<uint32_t> rangesLength;
+  Bytes ranges;  // after the blending ranges length
+  std::string name;
+  std::optional<size_t> namePad;  // pad bytes after the name (default: Photoshop's multiple of 4)
+  std::vector<std::pair<uint32_t, Bytes>> blocks;  // key, data (written exactly, length = size)
+  std::vector<std::optional<uint32_t>> blockLengths;  // per block: override of the length field
+};
+
+// Photoshop's own (unsigned) rule: length byte and name fill a multiple of 4.
+inline size_t photoshopNamePad(size_t n) { return (4 - (n + 1) % 4) % 4; }
+
+inline Bytes layerRecord(const Layer& l) {
+  Bytes b;
+  put32(b, uint32_t(l.top)), put32(b, uint32_t(l.left)), put32(b, uint32_t(l.bottom)), put32(b, uint32_t(l.right));
+  put16(b, uint32_t(l.channels.size()));
+  for (const Channel& c : l.channels) {
+    put16(b, uint16_t(c.id));
+    put32(b, c.lengthField ? *c.lengthField : uint32_t(2 + c.data.size()));
+  }
+  put4(b, l.blendSignature);
+  if (!l.blendKey.empty()) put4(b, l.blendKey);
+  b.push_back(l.opacity), b.push_back(l.clipping), b.push_back(l.flags), b.push_back(l.filler);
+  Bytes extra;
+  put32(extra, l.maskLength ? *l.maskLength : uint32_t(l.mask.size()));
+  append(extra, l.mask);
+  put32(extra, l.rangesLength ? *l.rangesLength : uint32_t(l.ranges.size()));
+  append(extra, l.ranges);
+  extra.push_back(uint8_t(l.name.size()));
+  extra.insert(extra.end(), l.name.begin(), l.name.end());
+  extra.resize(extra.size() + (l.namePad ? *l.namePad : photoshopNamePad(l.name.size())), 0);
+  for (size_t i = 0; i < l.blocks.size(); ++i) {
+    put4(extra, "8BIM");
+    put32(extra, l.blocks[i].first);
+    bool over = i < l.blockLengths.size() && l.blockLengths[i];
+    put32(extra, over ? *l.blockLengths[i] : uint32_t(l.blocks[i].second.size()));
+    append(extra, l.blocks[i].second);
+  }
+  put32(b, uint32_t(extra.size()));
+  append(b, extra);
+  return b;
+}
+
+inline Bytes channelData(const Layer& l) {
+  Bytes b;
+  for (const Channel& c : l.channels) {
+    put16(b, c.compression);
+    append(b, c.data);
+  }
+  return b;
+}
+
+// Count, records and channel data of a layer list (the content of a layer info section).
+inline Bytes layerInfo(const std::vector<Layer>& layers, int16_t countSign = 1) {
+  Bytes b;
+  put16(b, uint16_t(int16_t(layers.size()) * countSign));
+  for (const Layer& l : layers) append(b, layerRecord(l));
+  for (const Layer& l : layers) append(b, channelData(l));
+  return b;
+}
+
+struct Document {
+  uint16_t version = 1, channels = 3, depth = 8, mode = 3;
+  uint32_t width = 4, height = 2;
+  Bytes colorModeData;
+  Bytes resources;  // the resource list (see resource())
+  std::vector<Layer> layers;
+  int16_t countSign = 1;  // -1: the negative count Photoshop writes when the composite has alpha
+  bool layersInLr16 = false;
+  Bytes globalMask;  // after its length
+  std::vector<std::pair<uint32_t, Bytes>> globalBlocks;
+  std::optional<uint32_t> layerMaskLength, layerInfoLength;
+  bool noLayerSection = false;  // layer and mask length 0
+  uint16_t compositeCompression = 0;
+  Bytes composite;  // after the compression word; default: raw zeros of the image
+};
+
+inline Bytes resource(uint16_t id, const std::string& name, const Bytes& data) {
+  Bytes b;
+  put4(b, "8BIM");
+  put16(b, id);
+  b.push_back(uint8_t(name.size()));
+  b.insert(b.end(), name.begin(), name.end());
+  if ((name.size() + 1) % 2) b.push_back(0);
+  put32(b, uint32_t(data.size()));
+  append(b, data);
+  if (data.size() % 2) b.push_back(0);
+  return b;
+}
+
+// The global block as the Part reads it: 16-bit documents pad to 4 - length % 4 (4 for a multiple).
+inline Bytes globalBlock(uint32_t key, const Bytes& data, bool sixteen) {
+  Bytes b;
+  put4(b, "8BIM");
+  put32(b, key);
+  put32(b, uint32_t(data.size()));
+  append(b, data);
+  if (sixteen) b.resize(b.size() + 4 - data.size() % 4, 0);
+  return b;
+}
+
+inline Bytes build(const Document& d) {
+  Bytes b;
+  put4(b, "8BPS");
+  put16(b, d.version);
+  b.resize(b.size() + 6, 0);
+  put16(b, d.channels), put32(b, d.height), put32(b, d.width), put16(b, d.depth), put16(b, d.mode);
+  put32(b, uint32_t(d.colorModeData.size()));
+  append(b, d.colorModeData);
+  put32(b, uint32_t(d.resources.size()));
+  append(b, d.resources);
+  const bool sixteen = d.depth == 16;
+  Bytes section;
+  if (!d.noLayerSection) {
+    Bytes info = d.layers.empty() || d.layersInLr16 ? Bytes() : layerInfo(d.layers, d.countSign);
+    put32(section, d.layerInfoLength ? *d.layerInfoLength : uint32_t(info.size()));
+    append(section, info);
+    put32(section, uint32_t(d.globalMask.size()));
+    append(section, d.globalMask);
+    if (d.layersInLr16) {
+      Bytes lr = layerInfo(d.layers, d.countSign);
+      put4(section, "8BIM"), put4(section, "Lr16"), put32(section, uint32_t(lr.size()));
+      append(section, lr);
+      section.resize(section.size() + 4 - lr.size() % 4, 0);  // as the Part's seek expects
+    }
+    for (const auto& [key, data] : d.globalBlocks) append(section, globalBlock(key, data, sixteen));
+  }
+  put32(b, d.layerMaskLength ? *d.layerMaskLength : uint32_t(section.size()));
+  append(b, section);
+  put16(b, d.compositeCompression);
+  if (d.composite.empty() && d.compositeCompression == 0)
+    b.resize(b.size() + size_t(d.width) * d.height * d.channels * (sixteen ? 2 : 1), 0);
+  else
+    append(b, d.composite);
+  return b;
+}
+
+// A layer channel of 8-bit samples in PackBits rows (table in front), as Photoshop stores it.
+inline Channel rleChannel(int16_t id, uint32_t width, uint32_t height, const Bytes& samples) {
+  Channel c;
+  c.id = id;
+  c.compression = 1;
+  Bytes rows;
+  std::vector<uint8_t> packed((width + 4) / 5 + width + 4);
+  for (uint32_t y = 0; y < height; ++y) {
+    size_t n = ktPhotoshop::codec::packBitsRow(samples.data() + size_t(y) * width, width, packed.data());
+    put16(c.data, uint32_t(n));
+    rows.insert(rows.end(), packed.begin(), packed.begin() + long(n));
+  }
+  append(c.data, rows);
+  return c;
+}
+
+inline Channel rawChannel(int16_t id, const Bytes& samples) {
+  Channel c;
+  c.id = id;
+  c.data = samples;
+  return c;
+}
+
+}  // namespace vt::psd

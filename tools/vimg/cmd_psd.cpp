@@ -1,0 +1,271 @@
+// vimg psd: Photoshop documents (Parts 3.1, 3.2): describe a document's structure, extract a
+// layer's or the composite's pixels to an image file.
+#include <cstdio>
+#include <string>
+
+#include <vora/photoshop.h>
+
+#include "commands.h"
+#include "image_io.h"
+#include "json.h"
+
+namespace vimg {
+
+using namespace ktPhotoshop;
+
+namespace {
+
+struct Options {
+  std::string file, layer, out;
+  bool json = false, composite = false;
+  int bits = 0;
+};
+
+const char* modeName(uint16_t mode) {
+  static const char* const names[] = {"bitmap", "grayscale", "indexed", "RGB",  "CMYK",
+                                      "?",      "?",         "multichannel", "duotone", "Lab"};
+  return mode < 10 ? names[mode] : "?";
+}
+
+const char* methodName(TCompressionMethod m) {
+  static const char* const names[] = {"raw", "rle", "zip", "zip-prediction"};
+  return m <= ZIP_PREDICTION ? names[m] : "?";
+}
+
+const char* sectionName(uint32_t type) {
+  static const char* const names[] = {"layer", "open set", "closed set", "divider"};
+  return type < 4 ? names[type] : "?";
+}
+
+std::string flagText(uint8_t flags) {
+  std::string s;
+  if (flags & 1) s += " transparency-protected";
+  if (flags & 2) s += " hidden";
+  if (flags & 8) s += " bit4-used";
+  if (flags & 16) s += " pixels-irrelevant";
+  return s;
+}
+
+bool fail(const std::string& message) {
+  fprintf(stderr, "vimg: %s\n", message.c_str());
+  exitStatus = 1;
+  return false;
+}
+
+// Opens and reads the document's structure and channel data; false (with a message) on failure.
+bool load(const std::string& path, std::unique_ptr<TpsdFile>& doc) {
+  TphotoshopFile* file = nullptr;
+  if (openPsdFile(path.c_str(), file, true) != kSuccess)
+    return fail(path + ": not a Photoshop document (version 1)");
+  doc.reset(static_cast<TpsdFile*>(file));
+  if (doc->readAllChannelData() != 0)
+    return fail(path + ": " + (doc->lastReadError().isEmpty() ? "cannot be read" : doc->lastReadError().str()));
+  return true;
+}
+
+// Nesting depth of every layer in file order, from the section types read top first: a set opens
+// a level, its divider closes it.
+std::vector<int> depths(const TpsdLayerPtrArray& layers) {
+  std::vector<int> d(layers.size());
+  int level = 0;
+  for (size_t i = layers.size(); i-- > 0;) {
+    if (layers[i]->sectionType == 3 && level > 0) --level;
+    d[i] = level;
+    if (layers[i]->isLayerSet()) ++level;
+  }
+  return d;
+}
+
+void infoText(const std::string& path, TpsdFile& doc, int compositeOk) {
+  printf("%s: Photoshop document, version 1\n", path.c_str());
+  printf("  %u x %u, %u channels, %u bits, colour mode %s (%u)\n", doc.imageWidth(), doc.imageHeight(),
+         unsigned(doc.channels()), unsigned(doc.bitDepth()), modeName(doc.colorMode()), unsigned(doc.colorMode()));
+  printf("  colour mode data: %d bytes\n", doc.colorModeDataLength());
+  printf("  image resources: %u", doc.imageResourceCount());
+  for (const TpsdImageResource& r : doc.imageResources()) printf(" %u", unsigned(r.id));
+  printf("\n");
+  for (size_t i = 0; i < doc.alphaNames().size(); ++i) printf("  alpha channel: %s\n", doc.alphaNames()[i].asChar());
+  printf("  layer and mask information: %u bytes, layer info %u bytes, %u layers\n", doc.layerAndMaskLength(),
+         doc.layerInfoLength(), doc.layerCount());
+  printf("  global layer mask: %u bytes\n", doc.globalLayerMaskLength());
+  for (const TpsdInfoBlock& b : doc.additionalGlobalInfo())
+    printf("  global information: %s, %u bytes\n", fourCCText(b.key).asChar(), b.length);
+  printf("  composite: %s\n", compositeOk == 0 ? methodName(TCompressionMethod(doc.compression())) : "unreadable");
+  printf("  layers, top first:\n");
+  std::vector<int> depth = depths(doc.layers());
+  for (size_t i = doc.layers().size(); i-- > 0;) {
+    const TpsdLayer& l = *doc.layers()[i];
+    std::string indent(4 + 2 * size_t(depth[i]), ' ');
+    if (l.sectionType != 0) {
+      printf("%s[%zu] %s \"%s\"", indent.c_str(), i, sectionName(l.sectionType), l.name.asChar());
+      if (l.sectionType != 3) printf(" blend %s", fourCCText(l.sectionBlendKey ? l.sectionBlendKey : l.blendKey).asChar());
+      printf("%s\n", flagText(l.flags).c_str());
+      continue;
+    }
+    printf("%s[%zu] \"%s\" rect (%d, %d)-(%d, %d) %ux%u, blend %s/%s, opacity %u, clipping %u, flags 0x%02x%s\n",
+           indent.c_str(), i, l.name.asChar(), l.left, l.top, l.right, l.bottom, l.width(), l.height(),
+           fourCCText(l.blendSignature).asChar(), fourCCText(l.blendKey).asChar(), unsigned(l.opacity),
+           unsigned(l.clipping), unsigned(l.flags), flagText(l.flags).c_str());
+    printf("%s    channels:", indent.c_str());
+    for (const TpsdChannelInfo& c : l.channelInfo)
+      printf(" %d:%s(%u)", int(c.id), l.pixels.channel(c.id) ? methodName(l.pixels.compressionMethod(c.id)) : "empty",
+             c.length);
+    printf("\n");
+    if (l.mask.length)
+      printf("%s    mask: rect (%d, %d)-(%d, %d), default %u, flags 0x%02x, %u bytes\n", indent.c_str(), l.mask.left,
+             l.mask.top, l.mask.right, l.mask.bottom, unsigned(l.mask.defaultColor), unsigned(l.mask.flags),
+             l.mask.length);
+    if (!l.additionalInfo.empty()) {
+      printf("%s    blocks:", indent.c_str());
+      for (const TpsdInfoBlock& b : l.additionalInfo) printf(" %s", fourCCText(b.key).asChar());
+      printf("\n");
+    }
+  }
+}
+
+void infoJson(const std::string& path, TpsdFile& doc, int compositeOk) {
+  Json j;
+  j.beginObject().field("file", path).field("width", doc.imageWidth()).field("height", doc.imageHeight());
+  j.field("channels", uint32_t(doc.channels())).field("depth", uint32_t(doc.bitDepth()));
+  j.field("color_mode", uint32_t(doc.colorMode())).field("color_mode_name", modeName(doc.colorMode()));
+  j.field("color_mode_data_bytes", int64_t(doc.colorModeDataLength()));
+  j.key("image_resources").beginArray();
+  for (const TpsdImageResource& r : doc.imageResources()) j.value(uint32_t(r.id));
+  j.endArray();
+  j.key("alpha_channels").beginArray();
+  for (const Tstring& n : doc.alphaNames()) j.value(n.str());
+  j.endArray();
+  j.field("layer_and_mask_length", doc.layerAndMaskLength()).field("layer_info_length", doc.layerInfoLength());
+  j.field("global_layer_mask_bytes", doc.globalLayerMaskLength());
+  j.key("global_blocks").beginArray();
+  for (const TpsdInfoBlock& b : doc.additionalGlobalInfo()) j.value(fourCCText(b.key).str());
+  j.endArray();
+  j.key("composite_compression");
+  if (compositeOk == 0) j.value(methodName(TCompressionMethod(doc.compression())));
+  else j.value(static_cast<const char*>(nullptr));
+  j.key("layers").beginArray();
+  std::vector<int> depth = depths(doc.layers());
+  for (size_t i = 0; i < doc.layers().size(); ++i) {
+    const TpsdLayer& l = *doc.layers()[i];
+    j.beginObject().field("index", int64_t(i)).field("name", l.name.str()).field("section", sectionName(l.sectionType));
+    j.field("depth", depth[i]).field("top", int64_t(l.top)).field("left", int64_t(l.left));
+    j.field("bottom", int64_t(l.bottom)).field("right", int64_t(l.right));
+    j.field("blend_signature", fourCCText(l.blendSignature).str()).field("blend_key", fourCCText(l.blendKey).str());
+    j.field("opacity", uint32_t(l.opacity)).field("clipping", uint32_t(l.clipping)).field("flags", uint32_t(l.flags));
+    j.field("visible", l.isVisible()).field("layer_id", l.layerId);
+    if (l.sectionType != 0) j.field("section_blend_key", fourCCText(l.sectionBlendKey).str());
+    j.key("channels").beginArray();
+    for (const TpsdChannelInfo& c : l.channelInfo) {
+      j.beginObject().field("id", int(c.id)).field("length", c.length);
+      j.field("compression", l.pixels.channel(c.id) ? methodName(l.pixels.compressionMethod(c.id)) : "empty");
+      j.endObject();
+    }
+    j.endArray();
+    if (l.mask.length) {
+      j.key("mask").beginObject().field("length", l.mask.length).field("top", int64_t(l.mask.top));
+      j.field("left", int64_t(l.mask.left)).field("bottom", int64_t(l.mask.bottom)).field("right", int64_t(l.mask.right));
+      j.field("default_color", uint32_t(l.mask.defaultColor)).field("flags", uint32_t(l.mask.flags)).endObject();
+    }
+    j.key("blocks").beginArray();
+    for (const TpsdInfoBlock& b : l.additionalInfo) j.value(fourCCText(b.key).str());
+    j.endArray().endObject();
+  }
+  j.endArray();
+  j.key("warnings").beginArray();
+  const auto& w = TpsdFileWarning::instance();
+  for (size_t i = 0; i < w.messages().size(); ++i)
+    j.beginObject().field("bit", w.warningBits()[i]).field("message", w.messages()[i].str()).endObject();
+  j.endArray().endObject();
+  printf("%s\n", j.str().c_str());
+}
+
+void info(const Options& o) {
+  TpsdFileWarning::instance().clear();
+  std::unique_ptr<TpsdFile> doc;
+  if (!load(o.file, doc)) return;
+  TrgbaData composite;
+  int compositeOk = doc->readFlattenedImage(composite);
+  if (o.json) return infoJson(o.file, *doc, compositeOk);
+  infoText(o.file, *doc, compositeOk);
+  for (const Tstring& m : TpsdFileWarning::instance().messages()) printf("  warning: %s\n", m.asChar());
+}
+
+// Interleaves the grey or red/green/blue channels and the transparency of pixels into an image
+// (stored values, no colour conversion).
+Image toImage(TpixelData16& px, uint32_t width, uint32_t height, bool grey) {
+  Image img;
+  img.width = int(width), img.height = int(height), img.bytes = int(px.bytesPerChannel());
+  img.alpha = px.channel(TRANSPARENCY) != nullptr;
+  img.channels = (grey ? 1 : 3) + (img.alpha ? 1 : 0);
+  img.pixels.assign(img.rowBytes() * height, 0);
+  const PHOTOSHOP_CHANNEL ids[4] = {BLUE, GREEN, RED, TRANSPARENCY};  // our element order
+  for (int e = 0; e < 4; ++e) {
+    PHOTOSHOP_CHANNEL id = grey && e < 3 ? RED : ids[e];
+    const Tchannel* c = px.channel(id);
+    const uint8_t* s = c && c->width == width && c->height == height ? px.getChannelPixPtr(id) : nullptr;
+    for (uint32_t y = 0; y < height; ++y) {
+      uint8_t* row = &img.pixels[size_t(height - 1 - y) * img.rowBytes()];
+      for (uint32_t x = 0; x < width; ++x) {
+        size_t at = size_t(y) * width + x;
+        if (img.bytes == 1) row[x * 4 + e] = s ? s[at] : (e == 3 ? 255 : 0);
+        else reinterpret_cast<uint16_t*>(row)[x * 4 + e] = s ? reinterpret_cast<const uint16_t*>(s)[at] : (e == 3 ? 65535 : 0);
+      }
+    }
+  }
+  return img;
+}
+
+void extract(const Options& o) {
+  if (o.composite == !o.layer.empty()) return void(fail("psd extract: give either --layer NAME or --composite"));
+  std::unique_ptr<TpsdFile> doc;
+  TrgbaData composite;
+  Image img;
+  bool grey = false;
+  if (o.composite) {
+    TphotoshopFile* file = nullptr;
+    if (openPsdFile(o.file.c_str(), file, true) != kSuccess) return void(fail(o.file + ": not a Photoshop document (version 1)"));
+    doc.reset(static_cast<TpsdFile*>(file));
+    if (doc->readFlattenedImage(composite) != 0) return void(fail(o.file + ": " + doc->lastReadError().str()));
+    grey = composite.channelCount() < 3;
+    // The composite's alpha channels are for the alpha readers: the picture is opaque.
+    if (Tchannel* t = composite.pixelData().channel(TRANSPARENCY)) t->defaultValue = uint16_t(composite.pixelData().getMaxColor());
+    img = toImage(composite.pixelData(), composite.width(), composite.height(), grey);
+    img.alpha = false, img.channels = grey ? 1 : 3;
+  } else {
+    if (!load(o.file, doc)) return;
+    TpsdLayer* layer = doc->findLayer(o.layer.c_str());
+    if (!layer) return void(fail(o.file + ": no layer named \"" + o.layer + "\""));
+    if (layer->width() == 0 || layer->height() == 0) return void(fail(o.file + ": layer \"" + o.layer + "\" has no pixels"));
+    grey = doc->colorMode() == 1;
+    img = toImage(layer->pixels, layer->width(), layer->height(), grey);
+  }
+  if (doc->colorMode() != 1 && doc->colorMode() != 3)
+    fprintf(stderr, "vimg: %s: colour mode %s: the first three channels are written as stored\n", o.file.c_str(),
+            modeName(doc->colorMode()));
+  WriteOptions w;
+  w.bits = o.bits;
+  std::string error;
+  if (!writeImage(o.out, img, w, error)) fail(error);
+}
+
+}  // namespace
+
+void registerPsd(CLI::App& app) {
+  auto* psd = app.add_subcommand("psd", "Photoshop documents: describe, extract layers or the composite");
+  psd->require_subcommand(1);
+  static Options o;
+  auto* inf = psd->add_subcommand("info", "header, resources, the layer tree, channels, masks and warnings");
+  inf->add_option("file", o.file, "Photoshop document (.psd)")->required();
+  inf->add_flag("--json", o.json, "one JSON document for scripts");
+  inf->callback([] { info(o); });
+  auto* ext = psd->add_subcommand("extract", "write a layer's or the composite's pixels to an image file");
+  ext->add_option("file", o.file, "Photoshop document (.psd)")->required();
+  ext->add_option("out", o.out, "image to write (format by extension, as vimg convert)")->required();
+  ext->add_option("--layer", o.layer, "the layer of this name (the first from the bottom)");
+  ext->add_flag("--composite", o.composite, "the stored composite image");
+  ext->add_option("--bits", o.bits, "8 or 16 bits per channel in the output (default: the document's)")
+      ->check(CLI::IsMember({8, 16}));
+  ext->callback([] { extract(o); });
+}
+
+}  // namespace vimg
