@@ -160,3 +160,40 @@ TEST(Part3_1_Fixtures, StoredCompositeEqualsPsdTools) {
       EXPECT_EQ(channelHash(c.pixelData(), id), row[3]) << row[0] << " composite channel " << row[2];
   }
 }
+
+// vimg psd: the structure as text and JSON; extracted pixels read back by OpenImageIO equal the
+// fixtures' reference decodes (psd-tools), layer and composite.
+TEST(Part3_1_Fixtures, VimgPsdInfoAndExtract) {
+  const std::string doc = kDir + "agpsd_layers_rle.psd";
+  std::string out;
+  ASSERT_EQ(vt::vimg("psd info " + doc, &out), 0) << out;
+  EXPECT_NE(out.find("32 x 24, 3 channels, 8 bits, colour mode RGB (3)"), std::string::npos) << out;
+  EXPECT_NE(out.find("[5] open set \"group\""), std::string::npos) << out;
+  EXPECT_NE(out.find("      [4] \"masked\" rect (2, 12)-(16, 22) 14x10"), std::string::npos) << out;  // inside the set
+  EXPECT_NE(out.find("mask: rect (4, 13)-(12, 19)"), std::string::npos) << out;
+  EXPECT_NE(out.find("[7] \"clipped\" rect (14, 4)-(32, 10) 18x6, blend 8BIM/over, opacity 255, clipping 1"), std::string::npos);
+  ASSERT_EQ(vt::vimg("psd info --json " + doc, &out), 0) << out;
+  EXPECT_NE(out.find("\"name\":\"multiply op128\",\"section\":\"layer\",\"depth\":0"), std::string::npos) << out;
+  EXPECT_NE(out.find("\"composite_compression\":\"rle\""), std::string::npos) << out;
+
+  vt::TempDir dir;
+  const std::string peer = "/usr/bin/python3 " VORA_TEST_TOOLS "/oiio_pixels.py read ";
+  std::map<std::string, std::string> refs;  // layer name -> reference pixels
+  for (const auto& row : table("layers.tsv"))
+    if (row[0] == "agpsd_layers_zip.psd" && row[15] != "-") refs[row[2]] = row[15];
+  ASSERT_EQ(refs.size(), 7u);
+  for (const auto& [name, sha] : refs) {
+    ASSERT_EQ(vt::vimg("psd extract " + kDir + "agpsd_layers_zip.psd --layer '" + name + "' " + dir.path("l.png"), &out), 0) << out;
+    ASSERT_EQ(vt::run(peer + dir.path("l.png") + " " + dir.path("l.raw") + " --unassociated", &out), 0);
+    EXPECT_EQ(vt::sha256(vt::readFile(dir.path("l.raw"))), sha) << name;
+  }
+  ASSERT_EQ(vt::vimg("psd extract " + doc + " --composite " + dir.path("c.png"), &out), 0) << out;
+  ASSERT_EQ(vt::run(peer + dir.path("c.png") + " " + dir.path("c.raw"), &out), 0);
+  EXPECT_EQ(out, "32 24 3 8\n");
+  EXPECT_EQ(vt::sha256(vt::readFile(dir.path("c.raw"))), table("composites.tsv")[0][1]);
+
+  EXPECT_EQ(vt::vimg("psd extract " + doc + " --layer nosuch " + dir.path("x.png"), &out), 1);
+  EXPECT_NE(out.find("no layer named \"nosuch\""), std::string::npos);
+  EXPECT_EQ(vt::vimg("psd info " + kDir + "layers.tsv", &out), 1);
+  EXPECT_NE(out.find("not a Photoshop document"), std::string::npos);
+}

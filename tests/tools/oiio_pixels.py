@@ -1,8 +1,10 @@
 #!/usr/bin/python3
 """OpenImageIO as a peer for the interoperability tests (Debian's python3-openimageio).
 
-  oiio_pixels.py read FILE RAWOUT          pixels top row first, channels as stored, uint8 or
-                                           little-endian uint16; prints "W H C BITS"
+  oiio_pixels.py read FILE RAWOUT [--unassociated]
+                                           pixels top row first, channels as stored, uint8 or
+                                           little-endian uint16; prints "W H C BITS"; with
+                                           --unassociated, PNG/TIFF alpha is not premultiplied
   oiio_pixels.py write FILE W H C BITS RAWIN COMPRESSION
                                            writes FILE with OpenImageIO from such raw pixels
 """
@@ -14,7 +16,10 @@ import OpenImageIO as oiio
 
 def main():
     if sys.argv[1] == "read":
-        inp = oiio.ImageInput.open(sys.argv[2])
+        config = oiio.ImageSpec()
+        if "--unassociated" in sys.argv[4:]:
+            config.attribute("oiio:UnassociatedAlpha", 1)
+        inp = oiio.ImageInput.open(sys.argv[2], config)
         if not inp:
             sys.exit("cannot open: " + oiio.geterror())
         spec = inp.spec()

@@ -58,9 +58,9 @@ bool load(const std::string& path, std::unique_ptr<TpsdFile>& doc) {
   if (openPsdFile(path.c_str(), file, true) != kSuccess)
     return fail(path + ": not a Photoshop document (version 1)");
   doc.reset(static_cast<TpsdFile*>(file));
-  if (doc->readAllChannelData() != 0)
-    return fail(path + ": " + (doc->lastReadError().isEmpty() ? "cannot be read" : doc->lastReadError().str()));
-  return true;
+  if (doc->readAllChannelData() == 0) return true;
+  for (const Tstring& m : TpsdFileWarning::instance().messages()) fprintf(stderr, "vimg: warning: %s\n", m.asChar());
+  return fail(path + ": " + (doc->lastReadError().isEmpty() ? "cannot be read" : doc->lastReadError().str()));
 }
 
 // Nesting depth of every layer in file order, from the section types read top first: a set opens

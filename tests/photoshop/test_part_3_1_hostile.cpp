@@ -1,0 +1,248 @@
+// Part 3.1 (with 3.2): hostile documents. Truncated sections, lengths past the end, a layer count
+// of 32767 in a small file, channel lengths that lie, run-length row tables that overrun, ZIP
+// data that does not inflate, a depth of 8 with 16-bit data, sizes that the file cannot back,
+// memory exhaustion: the Part's failure results, never a crash (the suite also runs under ASan
+// and UBSan).
+#include <gtest/gtest.h>
+#include <vora/photoshop.h>
+
+#include <chrono>
+#include <random>
+
+#include "support/psd_builder.h"
+#include "support/test_support.h"
+
+using namespace ktPhotoshop;
+namespace psd = vt::psd;
+using vt::Bytes;
+
+namespace {
+
+const char* const kDocs[] = {"agpsd_layers_rle.psd", "agpsd_layers_zip.psd", "im_cmyk8_layers_rle.psd",
+                             "im_gray8_layers_rle.psd", "im_rgb16_layers_rle.psd"};
+
+// Every reading call on the file, every channel decoded. Returns what the calls answered.
+struct Answers {
+  bool open = false, records = false;
+  int names = -2, channels = -2, composite = -2;
+};
+
+void decodeAll(TpixelData16& px) {
+  for (PHOTOSHOP_CHANNEL id : px.channelListArray()) {
+    const Tchannel* c = px.channel(id);
+    const uint8_t* p = px.getChannelPixPtr(id);
+    if (c->sampleCount) ASSERT_NE(p, nullptr);
+  }
+}
+
+Answers readEverything(const std::string& path) {
+  Answers a;
+  TphotoshopFile* f = nullptr;
+  if (openPsdFile(path.c_str(), f, true) != kSuccess) return a;
+  std::unique_ptr<TpsdFile> doc(static_cast<TpsdFile*>(f));
+  a.open = true;
+  try {
+    a.records = doc->readAllLayerRecordInformation();
+    TstringArray names;
+    a.names = doc->getAllLayerNames(names);
+    doc->readLayerSetNames(names);
+    doc->readAlphaList(names);
+    a.channels = doc->readAllChannelData();
+    if (a.channels == 0)
+      for (auto& l : doc->layers()) decodeAll(l->pixels);
+    TrgbaData composite;
+    a.composite = doc->readFlattenedImage(composite);
+    if (a.composite == 0) decodeAll(composite.pixelData());
+  } catch (const TpsdException&) {
+  }
+  return a;
+}
+
+psd::Layer smallLayer(const std::string& name, uint8_t value = 50) {
+  psd::Layer l;
+  l.bottom = 2, l.right = 2;
+  l.name = name;
+  for (int16_t id : {-1, 0, 1, 2}) l.channels.push_back(psd::rawChannel(id, Bytes(4, value)));
+  return l;
+}
+
+struct File {
+  vt::TempDir dir;
+  std::string path = dir.path("h.psd");
+  std::unique_ptr<TpsdFile> doc;
+  explicit File(const Bytes& b) {
+    vt::writeFile(path, b);
+    TphotoshopFile* f = nullptr;
+    if (openPsdFile(path.c_str(), f, true) == kSuccess) doc.reset(static_cast<TpsdFile*>(f));
+  }
+};
+
+}  // namespace
+
+TEST(Part3_1_Hostile, TruncatedAtEveryLengthGivesTheFailureResults) {
+  vt::TempDir dir;
+  const std::string path = dir.path("cut.psd");
+  for (const char* name : kDocs) {
+    Bytes whole = vt::readFile(VORA_TEST_DATA "/psd/" + std::string(name));
+    Answers full = readEverything(VORA_TEST_DATA "/psd/" + std::string(name));
+    ASSERT_TRUE(full.records && full.names == 0 && full.channels == 0 && full.composite == 0) << name;
+    for (size_t n = 0; n < whole.size(); n += n < 1024 ? 1 : 7) {
+      vt::writeFile(path, Bytes(whole.begin(), whole.begin() + long(n)));
+      Answers a = readEverything(path);
+      EXPECT_EQ(a.open, n >= 6) << name << " at " << n;
+      // The composite ends the file (CMYK's fourth channel, which is not read, comes after it).
+      bool cmyk = std::string(name).find("cmyk") != std::string::npos;
+      if (n + 2 <= whole.size() && !cmyk) EXPECT_EQ(a.composite, a.open ? -1 : -2) << name << " at " << n;
+      if (n < 26) EXPECT_FALSE(a.records) << name << " at " << n;
+      if (n < 26) EXPECT_EQ(a.names, a.open ? -1 : -2) << name << " at " << n;
+    }
+  }
+}
+
+TEST(Part3_1_Hostile, LayerCountOf32767InASmallFile) {
+  psd::Document d;
+  d.layers = {smallLayer("only", 0)};  // zero bytes after it: records of no channels, read on
+  Bytes b = psd::build(d);
+  // The count follows the two section lengths after the (empty) resources.
+  const size_t countAt = 26 + 4 + 4 + 4 + 4;
+  ASSERT_EQ(b[countAt + 1], 1);
+  b[countAt] = 0x7F, b[countAt + 1] = 0xFF;
+  File f(b);
+  auto t0 = std::chrono::steady_clock::now();
+  EXPECT_FALSE(f.doc->readAllLayerRecordInformation());
+  EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(1));
+  EXPECT_NE(f.doc->lastReadError().str().find("past the end of the file"), std::string::npos)
+      << f.doc->lastReadError().str();
+  EXPECT_LE(f.doc->layers().size(), 2u);  // records are made as they are read, never by the count
+  TstringArray names;
+  EXPECT_EQ(f.doc->getAllLayerNames(names), -1);
+  EXPECT_EQ(f.doc->readAllChannelData(), -1);
+  b[countAt] = 0x80, b[countAt + 1] = 0x00;  // -32768: its absolute value
+  File g(b);
+  EXPECT_FALSE(g.doc->readAllLayerRecordInformation());
+  EXPECT_EQ(g.doc->layerCount(), 32768u);
+}
+
+TEST(Part3_1_Hostile, LengthsPastTheEndOfTheFile) {
+  struct Case {
+    const char* what;
+    void (*spoil)(psd::Document&);
+  } cases[] = {
+      {"colour mode data", [](psd::Document& d) { d.colorModeData.assign(4, 0), d.layers.clear(); }},
+      {"image resource", [](psd::Document& d) { d.resources = psd::resource(1005, "", Bytes(4, 0)); }},
+      {"layer block", [](psd::Document& d) {
+         d.layers[0].blocks = {{fourCC("luni"), Bytes(4, 0)}};
+         d.layers[0].blockLengths = {0x7FFFFFF0u};
+       }},
+      {"channel length", [](psd::Document& d) { d.layers[0].channels[1].lengthField = 0x7FFFFFFFu; }},
+      {"mask", [](psd::Document& d) { d.layers[0].maskLength = 0x40000000u, d.layers[0].mask = Bytes(20, 0); }},
+      {"blending ranges", [](psd::Document& d) { d.layers[0].rangesLength = 0xFFFFFFF8u; }},
+  };
+  for (const Case& c : cases) {
+    psd::Document d;
+    d.layers = {smallLayer("a")};
+    c.spoil(d);
+    Bytes b = psd::build(d);
+    if (std::string(c.what) == "colour mode data") b[29] = 0x7F;  // the length: 0x7F000004
+    if (std::string(c.what) == "image resource") b[34 + 4 + 2 + 2 + 1] = 0x7F;  // its size
+    File f(b);
+    ASSERT_TRUE(f.doc) << c.what;
+    EXPECT_FALSE(f.doc->readAllLayerRecordInformation()) << c.what;
+    EXPECT_FALSE(f.doc->lastReadError().isEmpty()) << c.what;
+    TstringArray names;
+    EXPECT_EQ(f.doc->getAllLayerNames(names), -1) << c.what;
+    EXPECT_EQ(f.doc->readAllChannelData(), -1) << c.what;
+  }
+}
+
+TEST(Part3_1_Hostile, RunLengthRowTablesThatOverrunAndZipThatDoesNotInflate) {
+  psd::Document d;
+  psd::Layer l = smallLayer("bad");
+  l.bottom = 4, l.right = 8;
+  Bytes samples(32, 7);
+  l.channels = {psd::rleChannel(0, 8, 4, samples), psd::rleChannel(1, 8, 4, samples)};
+  l.channels[0].data[1] = 0xFF, l.channels[0].data[0] = 0xFF;  // first row: 65535 bytes
+  psd::Channel zip;
+  zip.id = 2, zip.compression = 2, zip.data = {1, 2, 3, 4, 5, 6};
+  psd::Channel predicted = zip;
+  predicted.id = -1, predicted.compression = 3;
+  l.channels.push_back(zip), l.channels.push_back(predicted);
+  d.layers = {l};
+  File f(psd::build(d));
+  ASSERT_EQ(f.doc->readAllChannelData(), 0) << f.doc->lastReadError().str();
+  TpixelData16& px = f.doc->layers()[0]->pixels;
+  const uint8_t* red = px.getRedPixelPtr();
+  ASSERT_NE(red, nullptr);  // rows cut at the data's end; the rest stays zero
+  EXPECT_EQ(px.getGreenPixelPtr()[31], 7);  // the honest channel next to it
+  EXPECT_FALSE(px.decodeChannel(BLUE));
+  EXPECT_EQ(px.getBluePixelPtr()[0], 0);  // default values where ZIP failed
+  EXPECT_EQ(px.getTransparencyPixelPtr()[0], 255);
+}
+
+TEST(Part3_1_Hostile, DepthEightWithSixteenBitData) {
+  psd::Document d;
+  d.width = 4, d.height = 2;
+  psd::Layer l = smallLayer("wide");
+  for (auto& c : l.channels) c.data.resize(c.data.size() * 2, 0xAB);  // 16-bit samples
+  d.layers = {l};
+  d.composite.assign(size_t(4) * 2 * 3 * 2, 0x11);  // twice what 8 bits need
+  File f(psd::build(d));
+  ASSERT_EQ(f.doc->readAllChannelData(), 0) << f.doc->lastReadError().str();
+  decodeAll(f.doc->layers()[0]->pixels);
+  EXPECT_EQ(f.doc->layers()[0]->pixels.getRedPixelPtr()[3], 50);  // the first w x h bytes
+  TrgbaData c;
+  ASSERT_EQ(f.doc->readFlattenedImage(c), 0);
+  EXPECT_EQ(c.pixelData().getBluePixelPtr()[7], 0x11);
+}
+
+TEST(Part3_1_Hostile, SizesTheFileCannotBackAreRefusedBeforeAllocating) {
+  psd::Document d;
+  d.width = 30000, d.height = 30000;
+  d.compositeCompression = 1;
+  d.composite.assign(size_t(30000) * 3 * 2, 0);  // a row table of zeros and no data
+  File f(psd::build(d));
+  TrgbaData c;
+  EXPECT_EQ(f.doc->readFlattenedImage(c), -1);
+  EXPECT_NE(f.doc->lastReadError().str().find("cannot come from"), std::string::npos) << f.doc->lastReadError().str();
+
+  psd::Document big;
+  psd::Layer l = smallLayer("huge");
+  l.bottom = 100000, l.right = 100000;
+  big.layers = {l};
+  File g(psd::build(big));
+  EXPECT_EQ(g.doc->readAllChannelData(), -1);
+  EXPECT_NE(g.doc->lastReadError().str().find("cannot come from"), std::string::npos);
+}
+
+TEST(Part3_1_Hostile, MemoryExhaustionRaisesNoMemoryWarning) {
+  // The allocation limit (VORA_MAX_ALLOC_MB) is read once per process: a child vimg with 1 MiB.
+  psd::Document d;
+  d.colorModeData.assign(3u << 20, 1);
+  d.layers = {smallLayer("a")};
+  vt::TempDir dir;
+  vt::writeFile(dir.path("big.psd"), psd::build(d));
+  vt::ScopedEnv limit("VORA_MAX_ALLOC_MB", "1");
+  std::string out;
+  EXPECT_EQ(vt::vimg("psd info " + dir.path("big.psd"), &out), 1);
+  EXPECT_NE(out.find("warning: big.psd: out of memory while reading the document"), std::string::npos) << out;
+}
+
+TEST(Part3_1_Hostile, RandomMutationsOfRealDocuments) {
+  std::mt19937 rng(7);
+  vt::TempDir dir;
+  const std::string path = dir.path("m.psd");
+  for (const char* name : kDocs) {
+    Bytes whole = vt::readFile(VORA_TEST_DATA "/psd/" + std::string(name));
+    for (int round = 0; round < 150; ++round) {
+      Bytes b = whole;
+      int edits = 1 + int(rng() % 8);
+      for (int e = 0; e < edits; ++e) {
+        size_t at = 26 + rng() % (b.size() - 26);  // keep the header: reach the deeper readers
+        b[at] = rng() % 3 == 0 ? 0xFF : uint8_t(rng());
+      }
+      vt::writeFile(path, b);
+      readEverything(path);
+    }
+  }
+  TpsdFileWarning::instance().clear();
+}
