@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <utility>
 #include <stdexcept>
 #include <vector>
 
@@ -21,6 +23,26 @@ constexpr PHOTOSHOP_CHANNEL RED = 0, GREEN = 1, BLUE = 2, TRANSPARENCY = -1, USE
 
 enum TCompressionMethod : uint16_t { RAW = 0, RLE = 1, ZIP = 2, ZIP_PREDICTION = 3 };
 
+// The allocator of sample buffers: new elements are left uninitialised (a resize without a zero
+// fill), as the decoders write every sample or fill what they do not reach themselves.
+template <typename T>
+struct TuninitAllocator : std::allocator<T> {
+  template <typename U>
+  struct rebind {
+    using other = TuninitAllocator<U>;
+  };
+  TuninitAllocator() = default;
+  template <typename U>
+  TuninitAllocator(const TuninitAllocator<U>&) noexcept {}
+  template <typename U>
+  void construct(U*) noexcept {}  // default-initialisation: nothing for bytes
+  template <typename U, typename... A>
+  void construct(U* p, A&&... a) {
+    ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+  }
+};
+using TsampleBuffer = std::vector<uint8_t, TuninitAllocator<uint8_t>>;
+
 // One channel: its compressed bytes as the file holds them and its raw samples (8-bit bytes, or
 // 16-bit samples in machine order), each decoded or encoded from the other on demand.
 struct Tchannel {
@@ -33,7 +55,7 @@ struct Tchannel {
   bool hasRowTable = false;
   std::vector<uint8_t> compressed;
   bool hasCompressed = false;
-  std::vector<uint8_t> raw;
+  TsampleBuffer raw;
   bool hasRaw = false;
   uint16_t defaultValue = 0;
   uint32_t dataLength = 0;  // the file's channel length (it counts the 2-byte compression word)

@@ -206,6 +206,9 @@ class VORA_API TpsdFile : public TphotoshopFile {
   // Beyond the Part (the facade's readAllChannelData, Part 3.5): reads the records, then every
   // layer's channel data into its pixels, compressed; samples decode on demand. 0 or -1.
   int readAllChannelData();
+  // Decodes every channel of every layer now (what asking for the samples does one by one), the
+  // channels shared out over threads (0: every core). 0, or -1 when memory runs out (warning).
+  int decodeAllChannels(int threads = 0);
 
   // The model as read.
   uint16_t channels() const { return channels_; }

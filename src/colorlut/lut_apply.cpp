@@ -6,12 +6,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <thread>
 #include <vector>
 
 #include <vora/colorlut.h>
 
 #include "colorlut/lut_math.h"
+#include "foundation/parallel.h"
 
 namespace {
 
@@ -85,22 +85,6 @@ struct Pipeline {
   }
 };
 
-template <typename F>
-void parallel(size_t n, int threads, F&& work) {
-  unsigned t = threads > 0 ? unsigned(threads) : std::max(1u, std::thread::hardware_concurrency());
-  if (t == 1 || n < 4096) {
-    work(size_t(0), n);
-    return;
-  }
-  std::vector<std::thread> pool;
-  size_t chunk = (n + t - 1) / t;
-  for (unsigned i = 0; i < t; ++i) {
-    size_t begin = i * chunk, end = std::min(n, begin + chunk);
-    if (begin < end) pool.emplace_back([&work, begin, end] { work(begin, end); });
-  }
-  for (std::thread& th : pool) th.join();
-}
-
 inline uint8_t toByte(float x) { return uint8_t(std::lround(clamp01(x) * 255.0f)); }
 
 }  // namespace
@@ -109,7 +93,7 @@ void ccLutApply(const TccLut& lut, const TscLutLin2LogPreTransform* pre, float* 
                 int channels, int threads) {
   if (!px || (channels != 3 && channels != 4)) return;
   Pipeline p(lut, pre);
-  parallel(n, threads, [&](size_t begin, size_t end) {
+  vora::parallelFor(n, threads, 4096, [&](size_t begin, size_t end) {
     for (size_t i = begin; i < end; ++i) p.run(px + i * size_t(channels));
   });
 }
@@ -120,7 +104,7 @@ void ccLutApplyBGRA8(const TccLut& lut, const TscLutLin2LogPreTransform* pre, ui
   Pipeline p(lut, pre);
   float unit[256];
   for (int i = 0; i < 256; ++i) unit[i] = float(i) / 255.0f;
-  parallel(n, threads, [&](size_t begin, size_t end) {
+  vora::parallelFor(n, threads, 4096, [&](size_t begin, size_t end) {
     for (size_t i = begin; i < end; ++i) {
       uint8_t* q = px + 4 * i;
       float rgb[3] = {unit[q[2]], unit[q[1]], unit[q[0]]};

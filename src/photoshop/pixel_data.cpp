@@ -128,7 +128,7 @@ void TpixelData16::setChannelRawPixels(PHOTOSHOP_CHANNEL id, std::vector<uint8_t
   Tchannel* c = channel(id);
   if (!c) return;
   samples.resize(size_t(c->sampleCount) * c->bytesPerSample(), 0);
-  c->raw = std::move(samples);
+  c->raw.assign(samples.begin(), samples.end());
   c->hasRaw = true;
 }
 

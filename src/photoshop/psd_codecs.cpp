@@ -15,7 +15,8 @@ namespace ktPhotoshop::codec {
 namespace {
 
 // 8-bit PackBits: n >= 0 copies n + 1 bytes, -128 < n < 0 repeats one byte 1 - n times, -128 is
-// skipped. True when exactly want bytes came out (the caller does not check: Part 3.2).
+// skipped. True when exactly want bytes came out (the caller does not check: Part 3.2). Output
+// not reached is set to zero.
 bool unpackBits8(const uint8_t* in, size_t inLen, uint8_t* out, size_t want) {
   size_t i = 0, o = 0;
   while (i < inLen) {
@@ -34,6 +35,7 @@ bool unpackBits8(const uint8_t* in, size_t inLen, uint8_t* out, size_t want) {
       o += fill;
     }
   }
+  if (o < want) memset(out + o, 0, want - o);
   return o == want;
 }
 
@@ -73,21 +75,30 @@ bool decodeRle(Tchannel& c) {
   if (c.hasRowTable) {
     for (uint32_t y = 0; y < c.height; ++y) rows[y] = y < c.rowLengths.size() ? c.rowLengths[y] : 0;
   } else {
-    if (len < size_t(c.height) * 2) return false;  // the table itself is not there
+    if (len < size_t(c.height) * 2) {  // the table itself is not there
+      std::fill(c.raw.begin(), c.raw.end(), 0);
+      return false;
+    }
     for (uint32_t y = 0; y < c.height; ++y) rows[y] = vora::be16(data + 2 * y);
     at = size_t(c.height) * 2;
   }
+  // 8-bit rows decode straight into the raw buffer (the input is only read); 16-bit rows are
+  // swapped in place first, so they go through the scratch buffer and the output row as the Part
+  // says. Output a row does not reach stays zero.
   uint32_t longest = c.height ? *std::max_element(rows.begin(), rows.end()) : 0;
-  std::vector<uint8_t> scratch(longest), row(rb);
+  std::vector<uint8_t> scratch(c.format == 0 ? 0 : longest), row(c.format == 0 ? 0 : rb);
   uint8_t* dst = c.raw.data();
   for (uint32_t y = 0; y < c.height; ++y) {
     size_t n = std::min<size_t>(rows[y], len > at ? len - at : 0);  // lengths that lie are cut
-    if (n) memcpy(scratch.data(), data + at, n);
+    if (c.format == 0) {
+      unpackBits8(data + at, n, dst, rb);
+    } else {
+      if (n) memcpy(scratch.data(), data + at, n);
+      std::fill(row.begin(), row.end(), 0);
+      unpackBits16(scratch.data(), n, row.data(), rb);
+      memcpy(dst, row.data(), rb);
+    }
     at += n;
-    std::fill(row.begin(), row.end(), 0);
-    if (c.format == 0) unpackBits8(scratch.data(), n, row.data(), rb);
-    else unpackBits16(scratch.data(), n, row.data(), rb);
-    memcpy(dst, row.data(), rb);
     dst += rb;
   }
   return false;  // deliberate: the run-length decode answers false in every case
@@ -105,6 +116,7 @@ bool decodeZip(Tchannel& c, bool predict) {
   int r = inflate(&z, Z_SYNC_FLUSH);
   inflateEnd(&z);
   if (r != Z_OK && r != Z_STREAM_END) return false;
+  if (z.avail_out) memset(z.next_out, 0, z.avail_out);  // a short stream: the rest is zero
   if (c.format == 1) {
     auto* s = reinterpret_cast<uint16_t*>(c.raw.data());
     if (vora::hostLittleEndian())
@@ -164,7 +176,7 @@ bool encodeZip(Tchannel& c, bool predict) {
       }
     }
   }
-  std::vector<uint8_t> in(c.raw);
+  std::vector<uint8_t> in(c.raw.begin(), c.raw.end());
   if (c.format == 1 && vora::hostLittleEndian()) {  // the file holds 16-bit samples big-endian
     auto* s = reinterpret_cast<uint16_t*>(in.data());
     for (size_t i = 0; i < in.size() / 2; ++i) s[i] = vora::swap16(s[i]);
@@ -235,12 +247,13 @@ size_t packBitsRow(const uint8_t* src, size_t count, uint8_t* out) {
 
 bool decode(Tchannel& c) {
   if (c.bytesPerSample() == 0) throw TpsdException("Invalid format specification for pix format");
-  c.raw.assign(size_t(c.sampleCount) * c.bytesPerSample(), 0);
+  c.raw.resize(size_t(c.sampleCount) * c.bytesPerSample());  // each method writes or zeroes all
   bool ok = false;
   switch (c.method) {
     case RAW: {
       size_t n = std::min(c.raw.size(), c.compressed.size());
       if (n) memcpy(c.raw.data(), c.compressed.data(), n);
+      std::fill(c.raw.begin() + long(n), c.raw.end(), 0);
       if (c.format == 1 && vora::hostLittleEndian()) {
         auto* s = reinterpret_cast<uint16_t*>(c.raw.data());
         for (size_t k = 0; k < c.sampleCount; ++k) s[k] = vora::swap16(s[k]);
@@ -250,6 +263,9 @@ bool decode(Tchannel& c) {
     }
     case RLE:
       ok = decodeRle(c);
+      break;
+    default:  // not a method: zero samples
+      std::fill(c.raw.begin(), c.raw.end(), 0);
       break;
     case ZIP:
     case ZIP_PREDICTION:
@@ -270,7 +286,7 @@ bool encode(Tchannel& c, bool separateTable) {
   bool ok = false;
   switch (c.method) {
     case RAW:
-      c.compressed = c.raw;
+      c.compressed.assign(c.raw.begin(), c.raw.end());
       if (c.format == 1 && vora::hostLittleEndian()) {
         auto* s = reinterpret_cast<uint16_t*>(c.compressed.data());
         for (size_t k = 0; k < c.compressed.size() / 2; ++k) s[k] = vora::swap16(s[k]);

@@ -4,6 +4,7 @@
 
 #include <vora/photoshop.h>
 
+#include "foundation/parallel.h"
 #include "psd_stream.h"
 
 namespace ktPhotoshop {
@@ -142,6 +143,19 @@ int TpsdFile::readAllChannelData() {
     lastError_ = e.what();
   }
   return -1;
+}
+
+int TpsdFile::decodeAllChannels(int threads) {
+  std::vector<std::pair<TpixelData16*, PHOTOSHOP_CHANNEL>> work;
+  for (auto& layer : layers_)
+    for (PHOTOSHOP_CHANNEL id : layer->pixels.channelListArray()) work.emplace_back(&layer->pixels, id);
+  try {
+    vora::parallelEach(work.size(), threads, [&](size_t i) { work[i].first->getChannelPixPtr(work[i].second); });
+  } catch (const std::bad_alloc&) {
+    noMemory();
+    return -1;
+  }
+  return 0;
 }
 
 }  // namespace ktPhotoshop
