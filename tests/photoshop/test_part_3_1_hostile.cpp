@@ -31,7 +31,9 @@ void decodeAll(TpixelData16& px) {
   for (PHOTOSHOP_CHANNEL id : px.channelListArray()) {
     const Tchannel* c = px.channel(id);
     const uint8_t* p = px.getChannelPixPtr(id);
-    if (c->sampleCount) ASSERT_NE(p, nullptr);
+    if (c->sampleCount) {
+      ASSERT_NE(p, nullptr);
+    }
   }
 }
 
@@ -92,9 +94,13 @@ TEST(Part3_1_Hostile, TruncatedAtEveryLengthGivesTheFailureResults) {
       EXPECT_EQ(a.open, n >= 6) << name << " at " << n;
       // The composite ends the file (CMYK's fourth channel, which is not read, comes after it).
       bool cmyk = std::string(name).find("cmyk") != std::string::npos;
-      if (n + 2 <= whole.size() && !cmyk) EXPECT_EQ(a.composite, a.open ? -1 : -2) << name << " at " << n;
-      if (n < 26) EXPECT_FALSE(a.records) << name << " at " << n;
-      if (n < 26) EXPECT_EQ(a.names, a.open ? -1 : -2) << name << " at " << n;
+      if (n + 2 <= whole.size() && !cmyk) {
+        EXPECT_EQ(a.composite, a.open ? -1 : -2) << name << " at " << n;
+      }
+      if (n < 26) {
+        EXPECT_FALSE(a.records) << name << " at " << n;
+        EXPECT_EQ(a.names, a.open ? -1 : -2) << name << " at " << n;
+      }
     }
   }
 }

@@ -220,7 +220,7 @@ void extract(const Options& o) {
   std::unique_ptr<TpsdFile> doc;
   TrgbaData composite;
   Image img;
-  bool grey = false;
+  bool grey = false, runLength = false;
   if (o.composite) {
     TphotoshopFile* file = nullptr;
     if (openPsdFile(o.file.c_str(), file, true) != kSuccess) return void(fail(o.file + ": not a Photoshop document (version 1)"));
@@ -231,6 +231,7 @@ void extract(const Options& o) {
     if (Tchannel* t = composite.pixelData().channel(TRANSPARENCY)) t->defaultValue = uint16_t(composite.pixelData().getMaxColor());
     img = toImage(composite.pixelData(), composite.width(), composite.height(), grey);
     img.alpha = false, img.channels = grey ? 1 : 3;
+    runLength = doc->compression() == RLE;
   } else {
     if (!load(o.file, doc)) return;
     TpsdLayer* layer = doc->findLayer(o.layer.c_str());
@@ -238,7 +239,11 @@ void extract(const Options& o) {
     if (layer->width() == 0 || layer->height() == 0) return void(fail(o.file + ": layer \"" + o.layer + "\" has no pixels"));
     grey = doc->colorMode() == 1;
     img = toImage(layer->pixels, layer->width(), layer->height(), grey);
+    for (PHOTOSHOP_CHANNEL id : layer->pixels.channelListArray()) runLength |= layer->pixels.compressionMethod(id) == RLE;
   }
+  if (doc->bitDepth() == 16 && runLength)
+    fprintf(stderr, "vimg: %s: 16-bit run-length channels decode by Part 3.2's own rule, which differs from "
+            "Photoshop's PackBits: the pixels will not match\n", o.file.c_str());
   if (doc->colorMode() != 1 && doc->colorMode() != 3)
     fprintf(stderr, "vimg: %s: colour mode %s: the first three channels are written as stored\n", o.file.c_str(),
             modeName(doc->colorMode()));
