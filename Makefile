@@ -32,6 +32,9 @@ run: build
 	$(BUILD)/vimg info $(BUILD)/sample.sgi tests/data/sgi/pnmtosgi_rgb16_40x16_rle.sgi
 	$(BUILD)/vimg lut info tests/data/lut/sat12_cinespace_9.csp
 	$(BUILD)/vimg lut apply tests/data/lut/sat12_cinespace_9.csp tests/data/iff/rgba8_70x66_rle.iff $(BUILD)/graded.png
+	$(BUILD)/vimg psd info tests/data/psd/agpsd_layers_rle.psd
+	$(BUILD)/vimg psd extract tests/data/psd/agpsd_layers_zip.psd --layer "multiply op128" $(BUILD)/layer.png
+	$(BUILD)/vimg psd extract tests/data/psd/im_gray8_layers_rle.psd --composite $(BUILD)/composite.png
 	@mkdir -p $(BUILD)/frames && for f in 1 2 3 5 8; do \
 	  cp tests/data/iff/rgb8_40x30_rle.iff $(BUILD)/frames/shot.000$$f.iff; done
 	$(BUILD)/vimg seq $(BUILD)/frames
