@@ -14,8 +14,9 @@ namespace {
 // Refuses, before any sample buffer exists, stored bytes that cannot hold their samples: raw needs
 // them all; a PackBits packet of 2 bytes gives at most 128; deflate expands at most 1032 times.
 // Real files pass whatever their content; a tiny file declaring a huge image does not.
-void checkChannelSize(PsdStream& in, uint64_t width, uint64_t height, uint32_t bytesPerSample, uint64_t stored,
-                      TCompressionMethod method, const std::string& what) {
+// Returns the channel's sample bytes.
+uint64_t checkChannelSize(PsdStream& in, uint64_t width, uint64_t height, uint32_t bytesPerSample, uint64_t stored,
+                          TCompressionMethod method, const std::string& what) {
   const uint64_t samples = width * height, bytes = samples * bytesPerSample;
   uint64_t most = method == RAW ? stored : method == RLE ? stored * 64 + 128 : stored * 1032 + 1024;
   if (samples > UINT32_MAX || bytes > most)
@@ -23,6 +24,7 @@ void checkChannelSize(PsdStream& in, uint64_t width, uint64_t height, uint32_t b
                        " samples cannot come from " + std::to_string(stored) + " stored bytes (offset " +
                        std::to_string(in.tell()) + ")");
   TmemoryException::checkAllocation(bytes);
+  return bytes;
 }
 
 }  // namespace
@@ -100,6 +102,16 @@ int TpsdFile::readAllChannelData() {
   try {
     in.seek(startOfChannelData_);
     const uint16_t max = colorDepth() == k16Bits ? 65535 : 255;
+    // All layers together: channels without data (and the transparency a layer is given) are
+    // backed by no bytes, so the document's samples are held to what deflate could make of the
+    // whole file: many empty layers with huge rectangles cannot add up to gigabytes.
+    uint64_t total = 0;
+    const uint64_t budget = in.size() * 1032 + (1u << 20);
+    auto admit = [&](uint64_t bytes, const std::string& what) {
+      if ((total += bytes) > budget)
+        throw PsdReadError(what + ": the layers' samples (" + std::to_string(total) +
+                           " bytes so far) cannot come from a file of " + std::to_string(in.size()) + " bytes");
+    };
     for (size_t i = 0; i < layers_.size(); ++i) {
       TpsdLayer& layer = *layers_[i];
       TpixelData16 pixels(colorDepth());
@@ -114,7 +126,7 @@ int TpsdFile::readAllChannelData() {
         if (w < 0 || h < 0) w = h = 0;
         const std::string what = "layer " + std::to_string(i) + " channel " + std::to_string(info.id);
         if (info.length < 2) {  // no data: default values, for a rectangle the file can back
-          checkChannelSize(in, uint64_t(w), uint64_t(h), pixels.bytesPerChannel(), in.size(), ZIP, what);
+          admit(checkChannelSize(in, uint64_t(w), uint64_t(h), pixels.bytesPerChannel(), in.size(), ZIP, what), what);
           pixels.addChannel(info.id, uint32_t(w), uint32_t(h), fill);
           in.skip(info.length);
           continue;
@@ -122,8 +134,8 @@ int TpsdFile::readAllChannelData() {
         uint16_t method = in.u16(what.c_str());
         if (method > ZIP_PREDICTION)
           throw PsdReadError(what + ": unknown compression " + std::to_string(method));
-        checkChannelSize(in, uint64_t(w), uint64_t(h), pixels.bytesPerChannel(), info.length - 2u,
-                         TCompressionMethod(method), what);
+        admit(checkChannelSize(in, uint64_t(w), uint64_t(h), pixels.bytesPerChannel(), info.length - 2u,
+                               TCompressionMethod(method), what), what);
         pixels.addChannel(info.id, uint32_t(w), uint32_t(h), fill);
         pixels.setCompressionMethod(info.id, TCompressionMethod(method));
         pixels.setChannelCompressedPixels(info.id, in.bytes(info.length - 2u, what.c_str()));
@@ -131,7 +143,8 @@ int TpsdFile::readAllChannelData() {
       }
       // A transparency channel for every layer, so that callers find one.
       if (!pixels.channel(TRANSPARENCY)) {
-        checkChannelSize(in, layer.width(), layer.height(), pixels.bytesPerChannel(), in.size(), ZIP, "a layer");
+        admit(checkChannelSize(in, layer.width(), layer.height(), pixels.bytesPerChannel(), in.size(), ZIP, "a layer"),
+              "a layer");
         pixels.addChannel(TRANSPARENCY, layer.width(), layer.height(), max);
       }
       layer.pixels = std::move(pixels);

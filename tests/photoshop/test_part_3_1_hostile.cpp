@@ -252,3 +252,20 @@ TEST(Part3_1_Hostile, RandomMutationsOfRealDocuments) {
   }
   TpsdFileWarning::instance().clear();
 }
+
+TEST(Part3_1_Hostile, ManyEmptyLayersWithHugeRectanglesCannotAddUp) {
+  // Each layer: no channel data, a 2000 x 2000 rectangle (4 MB of default samples apiece is
+  // within what deflate could make of the file, but 200 of them are not).
+  psd::Document d;
+  for (int i = 0; i < 200; ++i) {
+    psd::Layer l;
+    l.bottom = 2000, l.right = 2000;
+    l.name = "e";
+    d.layers.push_back(l);
+  }
+  File f(psd::build(d));
+  ASSERT_TRUE(f.doc->readAllLayerRecordInformation());
+  EXPECT_EQ(f.doc->readAllChannelData(), -1);
+  EXPECT_NE(f.doc->lastReadError().str().find("cannot come from a file of"), std::string::npos)
+      << f.doc->lastReadError().str();
+}
