@@ -263,6 +263,10 @@ class VORA_API TpsdFile : public TphotoshopFile {
   Reading readWhole();
   void readLayerRecord(PsdStream& in, TpsdLayer& layer, std::vector<TpsdFileWarning::TpsdWarningMsg>& warnings);
   void noMemory();
+  // Runs a reading body: memory exhaustion (warning 8388608) answers onMemory, a read past the end
+  // or a size the file cannot back answers onCorrupt, with lastReadError() saying why.
+  template <typename R, typename F>
+  R guard(R onMemory, R onCorrupt, F&& body);
 
   uint32_t layerMaskLength_ = 0, layerInfoLength_ = 0;
   Tstring dividerName_;

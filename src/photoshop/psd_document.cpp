@@ -4,7 +4,7 @@
 
 #include <vora/photoshop.h>
 
-#include "psd_stream.h"
+#include "psd_read.h"
 
 namespace ktPhotoshop {
 
@@ -63,19 +63,13 @@ void TpsdFile::noMemory() {
 
 TpsdFile::Reading TpsdFile::readWhole() {
   lastError_ = Tstring();
-  try {
+  return guard(Reading::kNoMemory, Reading::kCorrupt, [&] {
     PsdStream in(path_);
     Reading r = readStructure(in);
     if (r == Reading::kCannotOpen) lastError_ = "the file cannot be opened";
     if (r == Reading::kBadHeader) lastError_ = "not a Photoshop document of version 1 with 8 or 16 bits";
     return r;
-  } catch (const std::bad_alloc&) {
-    noMemory();
-    return Reading::kNoMemory;
-  } catch (const PsdReadError& e) {
-    lastError_ = e.what();
-    return Reading::kCorrupt;
-  }
+  });
 }
 
 bool TpsdFile::readAllLayerRecordInformation() {

@@ -6,7 +6,22 @@
 
 #include <vora/photoshop.h>
 
+#include "psd_stream.h"
+
 namespace ktPhotoshop {
+
+template <typename R, typename F>
+R TpsdFile::guard(R onMemory, R onCorrupt, F&& body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    noMemory();
+    return onMemory;
+  } catch (const PsdReadError& e) {
+    lastError_ = e.what();
+    return onCorrupt;
+  }
+}
 
 class PsdStream;
 

@@ -5,7 +5,7 @@
 #include <vora/photoshop.h>
 
 #include "foundation/parallel.h"
-#include "psd_stream.h"
+#include "psd_read.h"
 
 namespace ktPhotoshop {
 
@@ -36,7 +36,7 @@ int TpsdFile::readFlattenedImage(TrgbaData& out) {
     lastError_ = "the file cannot be opened";
     return -1;
   }
-  try {
+  return guard(-1, -1, [&] {
     if (!readPsdHeader(in)) {
       lastError_ = "not a Photoshop document of version 1 with 8 or 16 bits";
       return -1;
@@ -87,19 +87,14 @@ int TpsdFile::readFlattenedImage(TrgbaData& out) {
     }
     out = TrgbaData(w, h, std::move(pixels), n);
     return 0;
-  } catch (const std::bad_alloc&) {
-    noMemory();
-  } catch (const PsdReadError& e) {
-    lastError_ = e.what();
-  }
-  return -1;
+  });
 }
 
 int TpsdFile::readAllChannelData() {
   if (readWhole() != Reading::kOk) return -1;
   if (!startOfChannelData_) return 0;  // no layers
   PsdStream in(path_);
-  try {
+  return guard(-1, -1, [&] {
     in.seek(startOfChannelData_);
     const uint16_t max = colorDepth() == k16Bits ? 65535 : 255;
     // All layers together: channels without data (and the transparency a layer is given) are
@@ -150,25 +145,17 @@ int TpsdFile::readAllChannelData() {
       layer.pixels = std::move(pixels);
     }
     return 0;
-  } catch (const std::bad_alloc&) {
-    noMemory();
-  } catch (const PsdReadError& e) {
-    lastError_ = e.what();
-  }
-  return -1;
+  });
 }
 
 int TpsdFile::decodeAllChannels(int threads) {
   std::vector<std::pair<TpixelData16*, PHOTOSHOP_CHANNEL>> work;
   for (auto& layer : layers_)
     for (PHOTOSHOP_CHANNEL id : layer->pixels.channelListArray()) work.emplace_back(&layer->pixels, id);
-  try {
+  return guard(-1, -1, [&] {
     vora::parallelEach(work.size(), threads, [&](size_t i) { work[i].first->getChannelPixPtr(work[i].second); });
-  } catch (const std::bad_alloc&) {
-    noMemory();
-    return -1;
-  }
-  return 0;
+    return 0;
+  });
 }
 
 }  // namespace ktPhotoshop
