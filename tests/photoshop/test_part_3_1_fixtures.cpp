@@ -175,6 +175,14 @@ TEST(Part3_1_Fixtures, VimgPsdInfoAndExtract) {
   ASSERT_EQ(vt::vimg("psd info --json " + doc, &out), 0) << out;
   EXPECT_NE(out.find("\"name\":\"multiply op128\",\"section\":\"layer\",\"depth\":0"), std::string::npos) << out;
   EXPECT_NE(out.find("\"composite_compression\":\"rle\""), std::string::npos) << out;
+  // The set structure psd-tools found (group_tree): "screen" and "masked" inside "group".
+  for (const char* inside : {"screen", "masked"})
+    EXPECT_NE(out.find("\"name\":\"" + std::string(inside) + "\",\"section\":\"layer\",\"depth\":1"), std::string::npos)
+        << inside;
+  for (const char* outside : {"Background", "clip base", "clipped", "hidden"})
+    EXPECT_NE(out.find("\"name\":\"" + std::string(outside) + "\",\"section\":\"layer\",\"depth\":0"), std::string::npos)
+        << outside;
+  EXPECT_NE(out.find("\"name\":\"group\",\"section\":\"open set\",\"depth\":0"), std::string::npos);
 
   vt::TempDir dir;
   const std::string peer = "/usr/bin/python3 " VORA_TEST_TOOLS "/oiio_pixels.py read ";
