@@ -263,3 +263,40 @@ TEST(Part3_1_Fixtures, ImageMagickDocumentsMadeHere) {
     }
   }
 }
+
+// A document made here with ag-psd (tests/tools/make_agpsd.js): effects and adjustment layers
+// raise exactly the Part's warnings from the keys ag-psd writes ("lrFX" is not "lrfx", "levl" is
+// not "lev1": deliberate), a closed set, and the pixels the script put in.
+TEST(Part3_1_Fixtures, AgPsdEffectsAndAdjustmentLayers) {
+  TpsdFileWarning::instance().clear();
+  auto doc = openDoc("agpsd_effects_adjust.psd");
+  ASSERT_EQ(doc->readAllChannelData(), 0) << doc->lastReadError().str();
+  ASSERT_EQ(doc->layers().size(), 7u);
+  const TpsdLayer& shadowed = *doc->layers()[1];
+  std::vector<std::string> keys;
+  for (const TpsdInfoBlock& b : shadowed.additionalInfo) keys.push_back(fourcc(b.key));
+  EXPECT_EQ(keys, (std::vector<std::string>{"lrFX", "luni", "lfx2"}));
+  EXPECT_NE(doc->layers()[2]->block(fourCC("levl")), nullptr);
+  EXPECT_NE(doc->layers()[3]->block(fourCC("curv")), nullptr);
+  EXPECT_EQ(doc->layers()[6]->sectionType, 2u);  // closed set
+  EXPECT_EQ(doc->layers()[6]->name.str(), "closed set");
+  auto& w = TpsdFileWarning::instance();
+  EXPECT_EQ(w.warningBits(), (std::vector<uint32_t>{65536, 32768}));
+  EXPECT_EQ(w.messages()[1].str(), "layer \"curves\" of agpsd_effects_adjust.psd: adjustment layers are ignored");
+  TpixelData16& px = doc->layers()[1]->pixels;  // 6 x 5: (200, 50, x * 40, 255)
+  for (uint32_t y = 0; y < 5; ++y)
+    for (uint32_t x = 0; x < 6; ++x) {
+      size_t i = y * 6 + x;
+      ASSERT_EQ(px.getRedPixelPtr()[i], 200);
+      ASSERT_EQ(px.getGreenPixelPtr()[i], 50);
+      ASSERT_EQ(px.getBluePixelPtr()[i], x * 40);
+      ASSERT_EQ(px.getTransparencyPixelPtr()[i], 255);
+    }
+  TpixelData16& inner = doc->layers()[5]->pixels;  // 3 x 3 of (1, 2, 3, 128)
+  EXPECT_EQ(inner.getBluePixelPtr()[8], 3);
+  EXPECT_EQ(inner.getTransparencyPixelPtr()[4], 128);
+  TstringArray sets;
+  EXPECT_EQ(doc->readLayerSetNames(sets), 0);
+  ASSERT_EQ(sets.size(), 1u);
+  w.clear();
+}
