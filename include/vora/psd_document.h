@@ -284,8 +284,7 @@ class VORA_API TpsdFile : public TphotoshopFile {
   uint16_t channels_ = 0;
   uint8_t reserved_[6] = {};
   uint16_t bitDepth_ = 0, colorMode_ = 0, compression_ = 0;
-  TpsdLayerPtrArray layers_;
-  TpixelData16 composite_;
+  TpsdLayerPtrArray layers_;  // the composite is handed out by readFlattenedImage, not kept
   uint64_t channelDataSize_ = 0;
   Tstring lastError_;
 };

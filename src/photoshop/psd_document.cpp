@@ -22,7 +22,7 @@ const TpsdInfoBlock* TpsdLayer::block(uint32_t key) const {
   return nullptr;
 }
 
-TpsdFile::TpsdFile() : composite_(k8Bits) {}
+TpsdFile::TpsdFile() = default;
 TpsdFile::~TpsdFile() = default;
 
 int TpsdFile::open(const TfilePath& path, bool editMode) {

@@ -4,6 +4,7 @@
 
 #include <vora/photoshop.h>
 
+#include "foundation/byteorder.h"
 #include "foundation/parallel.h"
 #include "psd_read.h"
 
@@ -76,7 +77,10 @@ int TpsdFile::readFlattenedImage(TrgbaData& out) {
         auto id = PHOTOSHOP_CHANNEL(c);
         std::vector<uint16_t> rows(h);
         uint64_t sum = 0;
-        for (uint32_t y = 0; y < h; ++y) sum += rows[y] = uint16_t(table[(size_t(c) * h + y) * 2] << 8 | table[(size_t(c) * h + y) * 2 + 1]);
+        for (uint32_t y = 0; y < h; ++y) {
+          rows[y] = vora::be16(&table[(size_t(c) * h + y) * 2]);
+          sum += rows[y];
+        }
         checkChannelSize(in, w, h, bps, sum, RLE, "the composite");
         pixels.addChannel(id, w, h, max);
         pixels.setCompressionMethod(id, RLE);
