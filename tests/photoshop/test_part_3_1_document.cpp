@@ -155,7 +155,7 @@ TEST_F(Part3_1_EdgeCases, BlendSignatureOtherThan8BIMReadsNoKey) {
   // A key written after another signature is not consumed: the record is read four bytes early,
   // "norm" landing in opacity, clipping, flags and filler.
   psd::Layer m = layer("early");
-  m.blendSignature = "XXXX";
+  m.blendSignature = "ABCD";
   m.blendKey = "norm";
   d.layers = {m};
   Doc early(psd::build(d));
