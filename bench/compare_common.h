@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <cstdio>
 #include <functional>
 #include <random>
@@ -11,6 +12,23 @@
 #include <vector>
 
 namespace bench {
+
+// The comparers' command line: [--size N] [--rounds N] [DIR] (DIR: where the files go).
+struct Args {
+  int size, rounds;
+  std::string dir = "/tmp";
+};
+
+inline Args parseArgs(int argc, char** argv, int size, int rounds) {
+  Args a{size, rounds};
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    if (arg == "--size" && i + 1 < argc) a.size = std::atoi(argv[++i]);
+    else if (arg == "--rounds" && i + 1 < argc) a.rounds = std::atoi(argv[++i]);
+    else a.dir = arg;
+  }
+  return a;
+}
 
 inline double seconds(const std::function<void()>& f) {
   auto t0 = std::chrono::steady_clock::now();

@@ -50,13 +50,9 @@ void oursRead(const std::string& path, std::vector<uint8_t>& px) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  int n = 4096, rounds = 7;
-  std::string dir = "/tmp";
-  for (int i = 1; i < argc; ++i) {
-    if (!strcmp(argv[i], "--size") && i + 1 < argc) n = atoi(argv[++i]);
-    else if (!strcmp(argv[i], "--rounds") && i + 1 < argc) rounds = atoi(argv[++i]);
-    else dir = argv[i];
-  }
+  const Args args = parseArgs(argc, argv, 4096, 7);
+  const int n = args.size, rounds = args.rounds;
+  const std::string& dir = args.dir;
   std::vector<uint8_t> rgba = picture(n), il = toIl(rgba, n);
   std::string ours = dir + "/bench_ours.iff", peer = dir + "/bench_oiio.iff";
   std::vector<double> tMem, tOw, tPw, tOrO, tOrP, tPrO, tPrP;

@@ -40,13 +40,9 @@ void writeCube(const std::string& path, int n) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  int n = 4096, rounds = 5;
-  std::string dir = "/tmp";
-  for (int i = 1; i < argc; ++i) {
-    if (!strcmp(argv[i], "--size") && i + 1 < argc) n = atoi(argv[++i]);
-    else if (!strcmp(argv[i], "--rounds") && i + 1 < argc) rounds = atoi(argv[++i]);
-    else dir = argv[i];
-  }
+  const Args args = parseArgs(argc, argv, 4096, 5);
+  const int n = args.size, rounds = args.rounds;
+  const std::string& dir = args.dir;
   const size_t count = size_t(n) * n;
   std::vector<float> src(count * 4);
   for (size_t i = 0; i < count; ++i) {

@@ -96,13 +96,10 @@ void peerRead(const std::string& path, std::vector<std::vector<uint8_t>>& rgba) 
 }  // namespace
 
 int main(int argc, char** argv) {
-  int n = 2048, layers = 10, rounds = 7;
-  std::string dir = "/tmp";
-  for (int i = 1; i < argc; ++i) {
-    if (!strcmp(argv[i], "--size") && i + 1 < argc) n = atoi(argv[++i]);
-    else if (!strcmp(argv[i], "--rounds") && i + 1 < argc) rounds = atoi(argv[++i]);
-    else dir = argv[i];
-  }
+  const Args args = parseArgs(argc, argv, 2048, 7);
+  const int n = args.size, rounds = args.rounds;
+  const int layers = 10;
+  const std::string& dir = args.dir;
   const std::string path = dir + "/bench_layers_rle.psd";
   {
     std::vector<uint8_t> doc = makeDocument(n, layers);

@@ -47,6 +47,21 @@ void TpsdFile::readColorModeData(PsdStream& in) {
   if (colorModeLength_ > 0) colorModeData_ = in.bytes(uint32_t(colorModeLength_), "the colour mode data");
 }
 
+namespace {
+
+// One alpha channel name of resource 1006 (a length byte and that many bytes, no padding) when it
+// lies inside the resource, which ends at end; false (nothing read past end) otherwise.
+bool readAlphaName(PsdStream& in, uint64_t end, TstringArray& names) {
+  if (in.tell() >= end) return false;
+  uint8_t n = in.u8("an alpha channel name");
+  if (in.tell() + n > end) return false;
+  std::vector<uint8_t> name = in.bytes(n, "an alpha channel name");
+  names.emplace_back(std::string(name.begin(), name.end()));
+  return true;
+}
+
+}  // namespace
+
 void psdReadResources(PsdStream& in, const std::function<void(TpsdImageResource&, uint64_t dataStart)>& each) {
   uint32_t signature;
   while (in.peek32(signature) && (signature == fourCC("8BIM") || signature == fourCC("MeSa"))) {
@@ -97,12 +112,8 @@ void TpsdFile::readImageResources(PsdStream& in) {
       case 1006:
         // channels - 3 names (the Part leaves fewer than 3 channels unguarded: none are read),
         // each inside the resource; then the rest of the data is skipped.
-        for (int i = 0; i < int(channels_) - 3 && in.tell() < start + r.dataSize; ++i) {
-          uint8_t n = in.u8("an alpha channel name");
-          if (in.tell() + n > start + r.dataSize) break;
-          std::vector<uint8_t> name = in.bytes(n, "an alpha channel name");
-          alphaNames_.emplace_back(std::string(name.begin(), name.end()));
-        }
+        for (int i = 0; i < int(channels_) - 3; ++i)
+          if (!readAlphaName(in, start + r.dataSize, alphaNames_)) break;
         in.seek(start + r.dataSize);
         break;
       case 1053:  // one identifier per alpha name; the declared size is not consulted
@@ -126,15 +137,8 @@ int TpsdFile::readAlphaList(TstringArray& names) {
     readColorModeData(in);
     if (in.s32("the image resources length") < 1) return 0;
     psdReadResources(in, [&](TpsdImageResource& r, uint64_t start) {
-      if (r.id == 1006) {
-        while (in.tell() < start + r.dataSize) {
-          uint8_t n = in.u8("an alpha channel name");
-          if (in.tell() + n > start + r.dataSize) break;
-          std::vector<uint8_t> name = in.bytes(n, "an alpha channel name");
-          names.emplace_back(std::string(name.begin(), name.end()));
-          found = true;
-        }
-      }
+      if (r.id == 1006)
+        while (readAlphaName(in, start + r.dataSize, names)) found = true;
       in.seek(start + r.dataSize);
     });
   } catch (const PsdReadError& e) {
