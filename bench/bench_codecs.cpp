@@ -1,4 +1,4 @@
-// Part 1.2 kernels: one 64 x 64 RGBA 8-bit tile packed and unpacked by each codec, with memcpy of
+// Codec kernels: one 64 x 64 RGBA 8-bit tile packed and unpacked by each codec, with memcpy of
 // the same pixels as the yardstick. Throughput is in bytes of pixels.
 #include <benchmark/benchmark.h>
 

@@ -1,4 +1,4 @@
-// Part 2.5 / vimg seq: grouping a directory listing of 100,000 names of 20 sequences (with gaps,
+// vimg seq: grouping a directory listing of 100,000 names of 20 sequences (with gaps,
 // in directory order, not sorted) into sequences, as vimg seq does after reading the directory.
 #include <benchmark/benchmark.h>
 

@@ -1,7 +1,7 @@
 // Side by side with OpenImageIO (issue 7's speed goal): reading a generated 10-layer 2048 x 2048
 // RGB 8-bit run-length Photoshop document and decoding every layer (colour and transparency), in
 // one process, medians of interleaved rounds. OpenImageIO (one thread) hands out each layer (a
-// subimage) interleaved; ours is timed as the channel planes Part 3.2 decodes, on one thread and
+// subimage) interleaved; ours is timed as the channel planes the library decodes, on one thread and
 // on every core (decodeAllChannels), and with the same interleaving into RGBA; the results must
 // agree byte for byte.
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Fuzz target (Part 1.1): ILopen + ILgetheader + fields + texts on arbitrary bytes, then a walk
+// Fuzz target: ILopen + ILgetheader + fields + texts on arbitrary bytes, then a walk
 // of every chunk and group with the FL reader (as vimg info --chunks does).
 #include <unistd.h>
 

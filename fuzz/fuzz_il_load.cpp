@@ -1,4 +1,4 @@
-// Fuzz target (Parts 1.1, 1.3): a whole-image ILload, then line by line top-down, on arbitrary
+// Fuzz target: a whole-image ILload, then line by line top-down, on arbitrary
 // bytes written to a file.
 #include <unistd.h>
 

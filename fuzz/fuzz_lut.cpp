@@ -1,4 +1,4 @@
-// Fuzz target (Part 4.2): TccLutFile::read on arbitrary bytes (all six parsers in turn), then a
+// Fuzz target: TccLutFile::read on arbitrary bytes (all six parsers in turn), then a
 // few conversions and a batch through whatever table came out.
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// Fuzz target (Parts 3.1, 3.2): whole Photoshop documents: the structure, names, alpha list, every
+// Fuzz target: whole Photoshop documents: the structure, names, alpha list, every
 // layer's channel data decoded, and the composite decoded.
 #include <cstdint>
 
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       for (auto& layer : doc->layers()) decodeAll(layer->pixels);
     TrgbaData composite;
     if (doc->readFlattenedImage(composite) == 0) decodeAll(composite.pixelData());
-  } catch (const TpsdException&) {  // the Part's thrown messages
+  } catch (const TpsdException&) {  // the reader's documented exceptions
   }
   closePsdFile(file);
   delete doc;

@@ -1,4 +1,4 @@
-// Fuzz target (Part 3.2): the channel decoders on arbitrary compressed bytes, row tables and data
+// Fuzz target: the channel decoders on arbitrary compressed bytes, row tables and data
 // lengths. The first 8 bytes choose the method, format, size and table form.
 #include <cstdint>
 #include <vector>

@@ -1,4 +1,4 @@
-// Fuzz target (Part 2.3): iopen and getrow of every row of every channel on arbitrary bytes.
+// Fuzz target: iopen and getrow of every row of every channel on arbitrary bytes.
 #include <unistd.h>
 
 #include <cstdint>

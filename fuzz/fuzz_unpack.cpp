@@ -1,4 +1,4 @@
-// Fuzz target (Part 1.2): every decoder on arbitrary packed bytes and descriptors. The first 8
+// Fuzz target: every decoder on arbitrary packed bytes and descriptors. The first 8
 // bytes choose the codec and the descriptor; the rest is the packed input.
 #include <cstdint>
 #include <cstring>

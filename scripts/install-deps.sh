@@ -8,7 +8,7 @@ PACKAGES=(
   build-essential cmake ninja-build pkg-config clang-14 libclang-rt-14-dev
   # libraries (ARCHITECTURE.md section 4)
   zlib1g-dev qt6-base-dev qt6-image-formats-plugins libcli11-dev libmuparser-dev
-  # Tstring::matchesRegexp (Part 2.5): linear-time matching, safe on very long names
+  # Tstring::matchesRegexp: linear-time matching, safe on very long names
   libre2-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev python3

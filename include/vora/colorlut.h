@@ -1,5 +1,5 @@
-// Parts 4.1, 4.2: colour lookup tables (gamma, 1D table, 3D cube, pre-LUT curves), the lin-to-log
-// pre-transform, the six LUT file formats; and (beyond the Parts) batch application to buffers.
+// Colour lookup tables (gamma, 1D table, 3D cube, pre-LUT curves), the lin-to-log
+// pre-transform, the six LUT file formats; and batch application to buffers.
 #pragma once
 
 #include <cstddef>
@@ -31,7 +31,7 @@ class VORA_API TccLut {
 
   void setPreLUT(Curve curve);
   void setPreLUT(Curve red, Curve green, Curve blue);
-  // The reference conversion (Part 4.1); false for an unknown kind (out untouched).
+  // The reference conversion; false for an unknown kind (out untouched).
   bool convert(const TscLutColor& in, TscLutColor& out) const;
 
   // Read access for tools and the batch path.
@@ -70,7 +70,7 @@ class VORA_API TscLutLin2LogPreTransform {
   float filmGamma_ = 0.6f, refCode_ = 685.0f, refLinear_ = 0.9f;
 };
 
-// ---- Part 4.2 ------------------------------------------------------------------------------
+// ---- LUT files ---------------------------------------------------------------------------
 class VORA_API TccLutParser {
  public:
   virtual Tstring extension() const = 0;
@@ -103,7 +103,7 @@ class VORA_API TccLutFile {
   TccLutFile& operator=(const TccLutFile&) { return *this; }
 };
 
-// ---- batch application (beyond the Parts) ------------------------------------------------------
+// ---- batch application ------------------------------------------------------------------------
 // Applies the LUT (after the pre-transform, when given) to n pixels in place, giving exactly what
 // convert gives pixel by pixel. Float pixels: 3 (RGB) or 4 (RGBA) channels, the fourth left as it
 // is. 8-bit pixels: blue, green, red, alpha; each value v goes in as v / 255 and comes out as

@@ -1,4 +1,4 @@
-/* Parts 1.1-1.5: the IL image library over the native IFF image (FOR4 CIMG).
+/* The IL image library over the native IFF image (FOR4 CIMG).
  *
  * An ILimage is an FL stream record (vora/foundation/fl.h) extended by the image fields, so every
  * FL call takes the image handle directly. IL calls return 0 or an error code that is also left
@@ -13,7 +13,7 @@
  *   108 no packer or unpacker for the compression
  *   109 tile rectangle outside the image (ours)   110 image too large (ours)
  *   111 conversion program missing (foundation error 43) or output conversion failed
- *   112 zoom filter program missing (Part 1.4)
+ *   112 zoom filter program missing
  */
 #ifndef VORA_ILIB_H
 #define VORA_ILIB_H
@@ -75,7 +75,7 @@ typedef struct ILheader {
 VORA_API extern uint32_t ilconfig;
 VORA_API extern const unsigned char ildeflut[256];
 
-/* ---- Part 1.1: handle and header ------------------------------------------------------ */
+/* ---- handle and header ------------------------------------------------------------------ */
 VORA_API ILimage* ILopen(const char* name, const char* mode);
 VORA_API ILimage* ILreopen(const char* name, const char* mode, ILimage* handle);
 VORA_API int ILnext(ILimage* handle);
@@ -111,7 +111,7 @@ VORA_API void ILinfilter(const char* command);
 VORA_API void ILoutfilter(const char* command);
 VORA_API const char* ILgetpath(void);
 
-/* Handle fields the Part keeps beside the header (accessors of Part 2.2). */
+/* Handle fields kept beside the header. */
 VORA_API uint32_t ILgetstate(ILimage* handle);
 VORA_API uint32_t ILgetversion(ILimage* handle);
 VORA_API float ILgetresolution(ILimage* handle);
@@ -144,8 +144,8 @@ VORA_API int ILcopyfields(ILimage* to, ILimage* from);
  * extension. extra is reserved (pass 0). */
 VORA_API int ILrange(const char* name, double range[3], char* realname, int extra);
 
-/* ---- Part 1.2: scan-line packing -------------------------------------------------------- */
-/* Pack descriptor, fields in the Part's order. Pixels are elements of (byteelems ? 1 : bytes)
+/* ---- scan-line packing ------------------------------------------------------------------ */
+/* Pack descriptor, fields in their traditional order. Pixels are elements of (byteelems ? 1 : bytes)
  * bytes, epp per pixel, pitch pixels per row (0: width). Slots refer to the rotated order
  * (ConvertBGRAtoABGR): slot 0 alpha, slots 1-3 colour. */
 typedef struct ILpackdesc {
@@ -180,7 +180,7 @@ VORA_API void ConvertBGRAtoABGR(const ILpackdesc* d, unsigned char* pixels);
 /* e0 e1 e2 e3 -> e1 e2 e3 e0 (element sizes 1, 2 and 4). Only when epp is 4. */
 VORA_API void ConvertABGRtoBGRA(const ILpackdesc* d, unsigned char* pixels);
 
-/* ---- Part 1.3: line and tile input/output ------------------------------------------------ */
+/* ---- line and tile input/output ------------------------------------------------------------ */
 /* Pixels are tile or line buffers in the layout ILinitio describes: 4 elements per pixel in memory
  * order blue, green, red, alpha (or only the present channels with state 0x40000), of 1 or 2
  * bytes; depth is one float per pixel. Rows count from y = 0 at the bottom of the image. */

@@ -1,4 +1,4 @@
-// Parts 2.1, 2.2, 2.4, 2.5: the image file classes. So far: Part 2.5, image sequences.
+// The image file classes. So far: image sequences.
 #pragma once
 
 #include <vora/export.h>
@@ -31,7 +31,7 @@ class VORA_API TimageSequence {
   static Tstring convertToRegex(const Tstring& format, int& padWidth);
   static bool initializeToBestMatch(const Tstring& fileName, TimageSequence& sequence, int offset);
 
-  // Beyond the Part, for tools that group files into sequences: the bound file's frame number
+  // For tools that group files into sequences: the bound file's frame number
   // and the sequence's pattern (its base name with the number as a run of '#', one '#' when
   // unpadded). False when nothing is bound.
   bool frameInfo(int& frame, Tstring& pattern) const;

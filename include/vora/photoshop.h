@@ -1,5 +1,5 @@
-// Parts 3.1-3.5: Photoshop documents. So far Part 3.2 (channel data and its codecs: raw, PackBits
-// run-length, ZIP, ZIP with prediction) and Part 3.1 (the document model and its reader, in
+// Photoshop documents: channel data and its codecs (raw, PackBits run-length, ZIP, ZIP with
+// prediction) and the document model and its reader (in
 // <vora/psd_document.h>, included at the end).
 #pragma once
 
@@ -64,10 +64,15 @@ struct Tchannel {
   uint32_t rowBytes() const { return width * bytesPerSample(); }
 };
 
-// The thrown messages of this Part.
+// The messages the Photoshop classes throw.
 struct TpsdException : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
+
+// Throws for a channel whose sample format is neither 8 nor 16 bits.
+inline void requireKnownFormat(const Tchannel& c) {
+  if (c.bytesPerSample() == 0) throw TpsdException("Invalid format specification for pix format");
+}
 
 class VORA_API TpixelData16 {
  public:
@@ -88,7 +93,7 @@ class VORA_API TpixelData16 {
   uint32_t bytesPerChannel() const { return is16bit() ? 2 : 1; }
   uint32_t getColorDepth() const { return 8 * bytesPerChannel(); }
   uint32_t getMaxColor() const { return is16bit() ? 65535 : 255; }
-  // Half way up the scale, rounded up (128 or 32768): our choice, the Part leaves it open.
+  // Half way up the scale, rounded up (128 or 32768): our choice.
   uint32_t getMidValue() const { return (getMaxColor() + 1) / 2; }
 
   void setCompressionMethod(PHOTOSHOP_CHANNEL id, TCompressionMethod method);
@@ -121,7 +126,7 @@ class VORA_API TpixelData16 {
   // separateTable: run-length row counts go to the row-length table instead of in front of the data.
   bool compressChannel(PHOTOSHOP_CHANNEL id, bool separateTable);
   // Decodes the compressed bytes into raw samples (what getChannelPixPtr does on first use).
-  // Returns the codec's answer: the run-length decoder answers false in every case (Part 3.2).
+  // Returns the codec's answer: the run-length decoder answers false in every case.
   bool decodeChannel(PHOTOSHOP_CHANNEL id);
 
   // Copies the raw samples of source's channel id (formats must match, else "Channel format
@@ -145,7 +150,7 @@ class VORA_API TpixelData16 {
   std::map<PHOTOSHOP_CHANNEL, Tchannel> channels_;
 };
 
-// The codecs themselves (Part 3.2), for the document reader and tests. Encoders return false
+// The codecs themselves, for the document reader and tests. Encoders return false
 // (and leave nothing) on failure; decoders fill raw from compressed.
 namespace codec {
 VORA_API bool decode(Tchannel& c);

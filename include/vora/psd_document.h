@@ -1,11 +1,11 @@
-// Part 3.1: the Photoshop document model and its reader (namespace ktPhotoshop). Included by
+// The Photoshop document model and its reader (namespace ktPhotoshop). Included by
 // <vora/photoshop.h>; include that one.
 //
-// Reading never throws to the caller except for what the Part throws ("Invalid information read
+// Reading never throws to the caller except for its one documented exception ("Invalid information read
 // from file" for a layer of more than 56 channels). A file that ends before the data it declares,
-// or whose lengths cannot hold what they claim, fails the reading function with the Part's failure
+// or whose lengths cannot hold what they claim, fails the reading function with its documented failure
 // result (false, -1 or 0) and lastReadError() says where; no allocation is larger than what the
-// file can hold. Memory exhaustion raises the warning rFileNoMemoryPSDfile as the Part says.
+// file can hold. Memory exhaustion raises the warning rFileNoMemoryPSDfile.
 #pragma once
 
 #include <cstdint>
@@ -203,7 +203,7 @@ class VORA_API TpsdFile : public TphotoshopFile {
   int readAlphaList(TstringArray& names);
   // The stored composite (raw or run-length) as TrgbaData: 0, or -1 on failure.
   int readFlattenedImage(TrgbaData& out);
-  // Beyond the Part (the facade's readAllChannelData, Part 3.5): reads the records, then every
+  // For the texture facade (readAllChannelData): reads the records, then every
   // layer's channel data into its pixels, compressed; samples decode on demand. 0 or -1.
   int readAllChannelData();
   // Decodes every channel of every layer now (what asking for the samples does one by one), the
@@ -292,9 +292,9 @@ class VORA_API TpsdFile : public TphotoshopFile {
 // Free functions (statusCode 0 success, 1 failure).
 VORA_API bool isFilePsd(const TfilePath& path);
 VORA_API statusCode openPsdFile(const TfilePath& path, TphotoshopFile*& out, bool editMode);
-// Calls close and answers true for a TpsdFile; false otherwise. The Part first writes a document
-// whose edit-mode flag is clear back to its path (savePsdFile); document writing is not in this
-// library yet, so the document is closed without that save (nothing is faked or written).
+// Calls close and answers true for a TpsdFile; false otherwise. A document whose edit-mode flag
+// is clear is meant to be written back to its path first (savePsdFile); document writing is not
+// in this library yet, so the document is closed without that save (nothing is faked or written).
 VORA_API bool closePsdFile(TphotoshopFile*& file);
 VORA_API statusCode getLayerNames(TphotoshopFile* file, TstringArray& names);
 VORA_API statusCode getLayerSetNames(TphotoshopFile* file, TstringArray& names);

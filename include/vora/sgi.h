@@ -1,6 +1,6 @@
-/* Part 2.3: the SGI image file library: one row of one channel at a time. Messages go to
+/* The SGI image file library: one row of one channel at a time. Messages go to
  * theErrorHandler as "SGI image: " + text. readImageFromFile and writeImageToFile need the image
- * file front end (Part 2.1) and arrive with it. */
+ * file front end and arrive with it. */
 #ifndef VORA_SGI_H
 #define VORA_SGI_H
 
@@ -11,7 +11,7 @@
 extern "C" {
 #endif
 
-/* The open-image record, fields in the Part's order. Its first 176 bytes are the file header as
+/* The open-image record, fields in the traditional order. Its first 176 bytes are the file header as
  * written (bytes 108 to 175 hold these in-memory fields; ignored on reading). */
 typedef struct IMAGE {
   uint16_t imagic; /* 474 */

@@ -1,4 +1,4 @@
-/* Part 1.6: string utilities over zero-terminated byte strings and null-ended string arrays,
+/* String utilities over zero-terminated byte strings and null-ended string arrays,
  * plus a process-wide table of shared, reference-counted strings (not locked: callers keep to
  * one thread or to the front end's lock). What STR_save, STR_save_n, STR_more and STR_parse return
  * is allocated with malloc and freed by the caller with free. */

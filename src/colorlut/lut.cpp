@@ -1,4 +1,4 @@
-// Part 4.1: the colour lookup table (gamma, 1D table, cube; pre-LUT curves) and the lin-to-log
+// The colour lookup table (gamma, 1D table, cube; pre-LUT curves) and the lin-to-log
 // pre-transform.
 #include <algorithm>
 #include <cmath>

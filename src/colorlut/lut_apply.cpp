@@ -1,4 +1,4 @@
-// Beyond Parts 4.1/4.2: a TccLut applied to whole buffers, spread over the cores. Results equal
+// A TccLut applied to whole buffers, spread over the cores. Results equal
 // TccLut::convert pixel for pixel: the cube path does convert's float operations in convert's
 // order, four components at once with SSE (no fused multiply-add), and everything else calls the
 // same helpers.

@@ -1,4 +1,4 @@
-// Part 4.1: the arithmetic TccLut::convert and the batch path share, so their results stay equal
+// The arithmetic TccLut::convert and the batch path share, so their results stay equal
 // bit for bit.
 #pragma once
 

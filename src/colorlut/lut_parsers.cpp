@@ -1,4 +1,4 @@
-// Part 4.2: the six LUT file parsers and TccLutFile. Every parser reads through the shared line
+// The six LUT file parsers and TccLutFile. Every parser reads through the shared line
 // reader; tables grow only as lines arrive, so a declared size never allocates more than the file
 // holds.
 #include <arpa/inet.h>

@@ -1,4 +1,4 @@
-// Part 4.2: the shared line reader, comment skipping and bit-depth scale.
+// The shared line reader, comment skipping and bit-depth scale.
 #include "colorlut/lut_reader.h"
 
 #include <cctype>
@@ -32,7 +32,7 @@ long long bytesLeft(TfileStream& s) {
 }
 
 float bitDepthDivisor(long long m) {
-  if (m <= 0) return 256.0f;  // the Part leaves log(0) open: the 8-bit scale
+  if (m <= 0) return 256.0f;  // log(0) is undefined: the 8-bit scale
   long long n = (long long)std::floor(std::log(double(m)) / std::log(2.0) + 0.5);
   if (n % 2) ++n;
   if (n < 8) n = 8;

@@ -1,4 +1,4 @@
-// Part 4.2: what the six LUT parsers share: the line reader, comment skipping, the bit-depth scale.
+// What the six LUT parsers share: the line reader, comment skipping, the bit-depth scale.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@ namespace vora::lut {
 
 // The shared line reader: skips white space (blank lines too), then takes everything up to the
 // next line feed. A carriage return before the line feed stays at the end of the line
-// (deliberate, Part 4.2). False when the stream has failed or ended.
+// (deliberate). False when the stream has failed or ended.
 bool readLine(TfileStream& s, std::string& line);
 
 // Reads lines while they are comments ('#' first), at most budget of them (the budget is

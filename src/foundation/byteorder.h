@@ -1,5 +1,5 @@
 // Foundation stand-in: byte order. Every number in native IFF, SGI and Photoshop files is
-// big-endian (the spec's Conventions); these are the one place that says how to read and write it.
+// big-endian; these are the one place that says how to read and write it.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // Foundation stand-in (ARCHITECTURE.md 3.1): the built-in English message catalogue.
-// Texts are ours; keys are the spec's. FL and IL error codes are "s_FLStrings.rErrorN".
+// Texts are English; keys are the catalogue's stable names. FL and IL error codes are "s_FLStrings.rErrorN".
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -41,7 +41,7 @@ const Entry kCatalogue[] = {
     {"s_FLStrings.rError45", "the command failed"},
     {"s_FLStrings.rError46", "not supported by this build"},
     {"s_FLStrings.rError47", "form accepted"},
-    // image library (Parts 1.1, 1.3, 1.4)
+    // image library
     {"s_FLStrings.rError100", "not a native image file"},
     {"s_FLStrings.rError101", "image file structure is damaged, or no further image"},
     {"s_FLStrings.rError102", "the image conversion program could not be started"},
@@ -55,7 +55,7 @@ const Entry kCatalogue[] = {
     {"s_FLStrings.rError110", "image too large"},
     {"s_FLStrings.rError111", "image conversion program missing, or output conversion failed"},
     {"s_FLStrings.rError112", "resampling filter program not found"},
-    // Photoshop document warnings (Part 3.1): (layer name, file base name), or (file base name) alone
+    // Photoshop document warnings: (layer name, file base name), or (file base name) alone
     {"s_TpsdFileWarningStrings.rFileBitmapColorMode", "%s: bitmap colour mode is not supported"},
     {"s_TpsdFileWarningStrings.rFileGrayscaleColorMode", "%s: grayscale documents are read as their stored channel"},
     {"s_TpsdFileWarningStrings.rFileIndexedColorMode", "%s: indexed colour mode is not supported"},

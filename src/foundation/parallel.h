@@ -1,5 +1,5 @@
-// Foundation stand-in: running work on every core (the spec's TmtThreadPool is not needed yet;
-// these are the two shapes the Parts' batch paths use). Exceptions thrown by the work reach the
+// Foundation stand-in: running work on every core (a thread pool is not needed yet;
+// these are the two shapes the batch paths use). Exceptions thrown by the work reach the
 // caller (the first one).
 #pragma once
 

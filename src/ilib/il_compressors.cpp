@@ -1,4 +1,4 @@
-// Parts 1.2, 1.5: the compressor table.
+// The compressor table.
 #include "ilib/il_compressors.h"
 
 namespace vora::il {

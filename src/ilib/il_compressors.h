@@ -1,5 +1,5 @@
-// Parts 1.2, 1.5: the compressor table: 65 slots of name, packer and unpacker. Slots 0-3 are the
-// built-in codecs; 32-63 are free for ILaddcompressor (Part 1.5); a code of 64 or more is looked
+// The compressor table: 65 slots of name, packer and unpacker. Slots 0-3 are the
+// built-in codecs; 32-63 are free for ILaddcompressor; a code of 64 or more is looked
 // up as slot 64, which is always empty.
 #pragma once
 

@@ -1,4 +1,4 @@
-// Part 1.1: the type of an image in words.
+// The type of an image in words.
 #include <cstdio>
 
 #include <vora/ilib.h>

@@ -1,4 +1,4 @@
-// Part 1.1: the optional fields (FLDS chunk) and the text chunks read after the header.
+// The optional fields (FLDS chunk) and the text chunks read after the header.
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -16,7 +16,7 @@ bool hostIsLittleEndian() {
 }
 
 // Elements of 2, 4 or 8 bytes (the tag's low four bits) are big-endian in the file; the tag word
-// itself stays in the writing machine's order (deliberate, Part 1.1).
+// itself stays in the writing machine's order (deliberate).
 void swapElements(uint32_t tag, unsigned char* data, uint32_t count) {
   uint32_t width = tag & 0xF;
   if ((width != 2 && width != 4 && width != 8) || !hostIsLittleEndian()) return;

@@ -1,4 +1,4 @@
-// Part 1.1: the image handle: the FL stream record followed by the image fields.
+// The image handle: the FL stream record followed by the image fields.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ struct Field {
 struct Handle {
   FLfile fl;  // first: every FL call takes the handle directly
   uint32_t version;
-  ILheader hdr;  // header block, width first (Part 1.1 table)
+  ILheader hdr;  // header block, width first (as in TBHD)
   uint32_t state;
   uint32_t twidth, theight;
   uint32_t chanmask;
@@ -30,15 +30,15 @@ struct Handle {
   float resolution;
   unsigned char** lookups;
   FLlist fields;
-  void* zoom;  // Part 1.4
+  void* zoom;  // the bound zoom (resampling while reading)
   int64_t hdrpos;
-  FLlist lines;    // line buffers (Part 1.3)
+  FLlist lines;    // line buffers
   int cimgDepth;   // FLdepth of the open CIMG group while reading
   char* auth;      // AUTH text read after the header (malloc'd), with its length
   uint32_t authlen;
   char* date;
   uint32_t datelen;
-  // Part 1.3: the colour band (tile-height lines of line bytes) and the depth band (lines of
+  // The colour band (tile-height lines of line bytes) and the depth band (lines of
   // width x 4 bytes), grown with FLgrow and freed at close; line counts.
   unsigned char* band;
   size_t bandCap;
@@ -69,7 +69,7 @@ constexpr uint32_t kVersionDefault = 0x00010000;
 // Sets flerrno and returns the code (IL calls report through both).
 inline int fail(int code) { return flerrno = code; }
 
-// The form check of Part 1.1, given to FLparse.
+// The form check of native images, given to FLparse.
 int formCheck(FLfile* f, FLid group, FLid type);
 // Accepts the group FLparse stopped in: removes the form check, state := exactly 0x1000.
 void accept(Handle* h);
@@ -84,13 +84,13 @@ constexpr FLid kTBMP = FL_ID('T', 'B', 'M', 'P');
 constexpr FLid kRGBA = FL_ID('R', 'G', 'B', 'A');
 constexpr FLid kZBUF = FL_ID('Z', 'B', 'U', 'F');
 
-// Part 1.1: the tile size by image size (the table of ILputheader) and the tile count for it.
+// The tile size by image size (the table of ILputheader) and the tile count for it.
 void defaultTiling(Handle* h);
 void countTiles(Handle* h);
 
-// Part 1.3: checks that a header can carry pixels (106 size, 108 codec) and sets up ILinitio.
+// Checks that a header can carry pixels (106 size, 108 codec) and sets up ILinitio.
 int pixelSetup(Handle* h);
-// Frees the Part 1.3 buffers and read state.
+// Frees the line and tile buffers and the read state.
 void releasePixels(Handle* h);
 
 }  // namespace vora::il

@@ -1,4 +1,4 @@
-// Part 1.1: reading and writing the header (FVER, TBHD, FLDS, AUTH, DATE) and the transfer layout.
+// Reading and writing the header (FVER, TBHD, FLDS, AUTH, DATE) and the transfer layout.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

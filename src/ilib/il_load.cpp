@@ -1,4 +1,4 @@
-// Part 1.3: whole-image loading (ILload, ILcload) and completing missing channels (ILfill).
+// Whole-image loading (ILload, ILcload) and completing missing channels (ILfill).
 #include <cstdlib>
 #include <cstring>
 

@@ -1,4 +1,4 @@
-// Part 1.1: opening, reopening, next image and closing, with the input and output conversion
+// Opening, reopening, next image and closing, with the input and output conversion
 // programs.
 #include <cstdio>
 #include <cstdlib>
@@ -178,7 +178,7 @@ ILimage* ILreopen(const char* name, const char* mode, ILimage* handle) {
     return nullptr;
   }
   Handle* h = H(handle);
-  h->zoom = nullptr;  // Part 1.4 deletes the bound zoom here
+  h->zoom = nullptr;  // resampling, when built, deletes the bound zoom here
   const char* previous = FLswappath(ILgetpath());
   FLfile* f = FLreopen(name, mode, handle);
   ILimage* result = f ? openProcedure(H(f), name, mode) : nullptr;

@@ -1,4 +1,4 @@
-// Part 1.1: frame ranges given in a name's extension ("shot.iff.1,100,2").
+// Frame ranges given in a name's extension ("shot.iff.1,100,2").
 #include <cstdlib>
 #include <cstring>
 

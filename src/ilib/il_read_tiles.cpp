@@ -1,4 +1,4 @@
-// Part 1.3: reading pixels: the TBMP group's tiles, decoded into bands of lines (ILreadline,
+// Reading pixels: the TBMP group's tiles, decoded into bands of lines (ILreadline,
 // ILgetline) or straight into a whole-image buffer (ILloadbm). Tiles may arrive in any order:
 // those that belong to a later band wait, still packed, until it is read.
 #include <algorithm>

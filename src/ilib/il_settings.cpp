@@ -1,4 +1,4 @@
-// Part 1.1: setters, getters, control and configuration words, the search path, the globals.
+// Setters, getters, control and configuration words, the search path, the globals.
 #include <cstring>
 #include <string>
 
@@ -42,7 +42,7 @@ int ILsetsize(ILimage* handle, int width, int height) {
   Handle* h = H(handle);
   if (!isRead(h) && headerDone(h)) return fail(103);
   if (width < 1 || width > 32768 || height < 1 || height > 32768) return fail(106);
-  // On a read handle the Part binds a zoom (ILsetzoom, Part 1.4), which this build lacks yet.
+  // On a read handle this means binding a zoom (ILsetzoom), which this build lacks yet.
   if (isRead(h)) return fail(FL_ENOTSUP);
   h->hdr.width = uint32_t(width);
   h->hdr.height = uint32_t(height);
@@ -85,7 +85,7 @@ int ILsetbpp(ILimage* handle, int bytes) {
     if (!ILgetheader(handle)) return flerrno;
     if (h->hdr.bytes == 1) h->state |= IL_ST_WIDEN;
     else if (h->hdr.bytes == 2) h->state |= IL_ST_READ16;
-    return 0;  // Part 1.4 rebinds an existing zoom here
+    return 0;  // resampling, when built, rebinds an existing zoom here
   }
   if (headerDone(h)) return fail(103);
   if (bytes == 1 || bytes == 2) h->hdr.bytes = uint16_t(bytes);

@@ -1,4 +1,4 @@
-// Part 1.3: writing pixels: tiles (ILwritetile, ILendtile), lines collected into bands of tile
+// Writing pixels: tiles (ILwritetile, ILendtile), lines collected into bands of tile
 // height and cut into tiles (ILbgnline, ILendline, ILwriteline), whole images (ILsave).
 #include <cstdlib>
 #include <cstring>

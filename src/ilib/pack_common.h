@@ -1,4 +1,4 @@
-// Part 1.2: what the four codecs share: block geometry, lookup tables, the raw fallback.
+// What the four codecs share: block geometry, lookup tables, the raw fallback.
 #pragma once
 
 #include <cstdint>
@@ -80,7 +80,7 @@ class Output {
   unsigned char* end_;
 };
 
-// The RLE byte-packet encoder of Part 1.2 over one whole stream of n >= 1 bytes; false when the
+// The RLE byte-packet encoder over one whole stream of n >= 1 bytes; false when the
 // output would reach the budget.
 bool encodeBytes(Output& o, const unsigned char* a, size_t n);
 

@@ -1,4 +1,4 @@
-// Part 1.2: the channel rotations and the "None" codec (ILpack, ILunpack), the raw form every
+// The channel rotations and the "None" codec (ILpack, ILunpack), the raw form every
 // other codec falls back to.
 #include "ilib/pack_common.h"
 

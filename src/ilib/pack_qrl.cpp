@@ -1,4 +1,4 @@
-// Part 1.2: the "QRL" and "QR4" codecs: row by row, packets counting whole pixels. QRL keeps the
+// The "QRL" and "QR4" codecs: row by row, packets counting whole pixels. QRL keeps the
 // low 24 bits of the rotated pixel word (alpha and slots 1, 2; slot 3 is not stored and reads back
 // 0, deliberately), then the alpha bytes; QR4 keeps the whole word.
 #include <vector>

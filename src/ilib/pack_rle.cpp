@@ -1,4 +1,4 @@
-// Part 1.2: the "RLE" codec (ILpackrle, ILunpackrle): one byte-packet stream per (byte plane,
+// The "RLE" codec (ILpackrle, ILunpackrle): one byte-packet stream per (byte plane,
 // slot), planes most significant first, packets running across row ends.
 #include <vector>
 
@@ -8,7 +8,7 @@ using namespace vora::il::pack;
 
 namespace vora::il::pack {
 
-// The encoder steps of Part 1.2, run over a contiguous stream: a literal of L bytes a[ls, ls+L)
+// The encoder's steps, run over a contiguous stream: a literal of L bytes a[ls, ls+L)
 // whose trailing equal bytes began at offset rs; a run of runLen copies of one byte.
 bool encodeBytes(Output& o, const unsigned char* a, size_t n) {
   size_t i = 0, ls = 0, L = 0, rs = 0;

@@ -1,4 +1,4 @@
-// Part 1.6: string utilities and the shared-string table.
+// String utilities and the shared-string table.
 #include <vora/str.h>
 
 #include <cctype>

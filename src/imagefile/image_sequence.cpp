@@ -1,4 +1,4 @@
-// Part 2.5: image sequences: the front, the class-wide format list, the best match.
+// Image sequences: the front, the class-wide format list, the best match.
 #include <cstdio>
 
 #include <vora/foundation/env.h>

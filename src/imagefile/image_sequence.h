@@ -1,4 +1,4 @@
-// Part 2.5: the two implementations behind TimageSequence.
+// The two implementations behind TimageSequence.
 #pragma once
 
 #include <cstdint>

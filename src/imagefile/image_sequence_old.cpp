@@ -1,4 +1,4 @@
-// Part 2.5: the older split-at-dots algorithm (matchesFormat, atFrame).
+// The older split-at-dots algorithm (matchesFormat, atFrame).
 #include <string>
 #include <vector>
 

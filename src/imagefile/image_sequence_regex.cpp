@@ -1,4 +1,4 @@
-// Part 2.5: the regular-expression algorithm (convertToRegex, matchesFormat, atFrame).
+// The regular-expression algorithm (convertToRegex, matchesFormat, atFrame).
 #include <string>
 #include <unordered_map>
 
@@ -54,8 +54,8 @@ bool TimageSequenceRegexImpl::matchesFormat(const Tstring& fileName, unsigned& s
   int pad = 0;
   Tstring re = TimageSequence::convertToRegex(format, pad);
   padWidth = uint32_t(pad);
-  // A format without any '#' would bind here as the Part's steps stand (name.ext against
-  // shot.iff); its edge cases say it never binds, and we follow them: there is no frame to give.
+  // A format without any '#' would bind here by the regex steps alone (name.ext against
+  // shot.iff); it must never bind: there is no frame to give.
   if (pad == 0) {
     score = 0;
     return false;
@@ -86,7 +86,7 @@ bool TimageSequenceRegexImpl::frameInfo(int& frame, Tstring& pattern) const {
   if (!base.matchesRegexp(re, &groups, 9)) return false;
   // The groups are pieces of the base name in order, with the format's literal characters
   // between them; the last integer group is the frame number. Its place is found by walking the
-  // name, so the pattern keeps those literals (atFrame, as the Part gives it, does not).
+  // name, so the pattern keeps those literals (atFrame, by design, does not).
   const std::string& b = base.str();
   size_t at = 0, numAt = std::string::npos, numLen = 0;
   for (const Tstring& g : groups) {

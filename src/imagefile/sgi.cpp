@@ -1,4 +1,4 @@
-// Part 2.3: the SGI image file library: iopen, seeking, getrow, putrow, iclose.
+// The SGI image file library: iopen, seeking, getrow, putrow, iclose.
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -163,7 +163,7 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
     int fd = pf::openRead(file);
     if (fd < 0) {
       delete r;
-      return nullptr;  // silently, as the Part says
+      return nullptr;  // silently, as the library has always done
     }
     img->file = fd;
     r->fileSize = pf::fileSize(fd);
@@ -174,7 +174,7 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
     memcpy(img, hdr, offsetof(IMAGE, file));
     img->file = fd;
     // The file is big-endian: values are swapped on a little-endian machine (the data model's
-    // dorev), so a file that begins DA 01 reads as 0xDA01 and is rejected (the Part's edge case;
+    // dorev), so a file that begins DA 01 reads as 0xDA01 and is rejected (deliberate;
     // testing the swapped first value instead would take it as native order).
     img->dorev = hostLittleEndian();
     if (img->dorev) swapHeader(img);
@@ -237,7 +237,7 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
   }
   img->cnt = 0;
   img->ptr = img->base = nullptr;
-  // The Part's 4 x (xsize + xsize / 64) bytes, and never less than the longest row the
+  // The traditional 4 x (xsize + xsize / 64) bytes, and never less than the longest row the
   // compaction can write (a row of one value is 3 units).
   r->tmpBytes = std::max<size_t>(4 * (size_t(img->xsize) + img->xsize / 64),
                                  2 * (size_t(img->xsize) + img->xsize / 126 + 3));

@@ -1,4 +1,4 @@
-// Part 2.3: facts of the SGI image file (the published SGI image format, as the Part gives it).
+// Facts of the SGI image file (the published SGI image format).
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Part 2.3: the run-length packets of SGI rows (rle_compact, rle_expand).
+// The run-length packets of SGI rows (rle_compact, rle_expand).
 #include <cstring>
 #include <type_traits>
 

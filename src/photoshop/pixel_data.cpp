@@ -1,4 +1,4 @@
-// Part 3.2: TpixelData16, the channels of one Photoshop image (the composite or a layer).
+// TpixelData16, the channels of one Photoshop image (the composite or a layer).
 #include <algorithm>
 #include <cstring>
 
@@ -10,7 +10,7 @@ namespace {
 
 // A raw buffer of width x height samples at the default value.
 void fillDefault(Tchannel& c) {
-  if (c.bytesPerSample() == 0) throw TpsdException("Invalid format specification for pix format");
+  requireKnownFormat(c);
   c.raw.resize(size_t(c.sampleCount) * c.bytesPerSample());
   if (c.format == 0) {
     std::fill(c.raw.begin(), c.raw.end(), uint8_t(c.defaultValue));

@@ -1,5 +1,5 @@
-// Part 3.2: the channel codecs: raw, run-length (PackBits), ZIP and ZIP with prediction, on zlib,
-// with the Part's parameters and deliberate quirks. Every length read from a file is checked
+// The channel codecs: raw, run-length (PackBits), ZIP and ZIP with prediction, on zlib,
+// with their traditional parameters and deliberate quirks. Every length read from a file is checked
 // against what the channel holds.
 #include <zlib.h>
 
@@ -15,7 +15,7 @@ namespace ktPhotoshop::codec {
 namespace {
 
 // 8-bit PackBits: n >= 0 copies n + 1 bytes, -128 < n < 0 repeats one byte 1 - n times, -128 is
-// skipped. True when exactly want bytes came out (the caller does not check: Part 3.2). Output
+// skipped. True when exactly want bytes came out (the caller does not check). Output
 // not reached is set to zero.
 bool unpackBits8(const uint8_t* in, size_t inLen, uint8_t* out, size_t want) {
   size_t i = 0, o = 0;
@@ -39,7 +39,7 @@ bool unpackBits8(const uint8_t* in, size_t inLen, uint8_t* out, size_t want) {
   return o == want;
 }
 
-// 16-bit rows, as the Part gives them: the row's bytes are swapped in pairs, then headers are read
+// 16-bit rows, as this library has always read them: the row's bytes are swapped in pairs, then headers are read
 // as little-endian 16-bit values with a one-byte advance (deliberate); literals and runs move in
 // two-byte units. The count is in units; every read and write stays inside the row.
 void unpackBits16(uint8_t* in, size_t inLen, uint8_t* out, size_t outLen) {
@@ -83,8 +83,8 @@ bool decodeRle(Tchannel& c) {
     at = size_t(c.height) * 2;
   }
   // 8-bit rows decode straight into the raw buffer (the input is only read); 16-bit rows are
-  // swapped in place first, so they go through the scratch buffer and the output row as the Part
-  // says. Output a row does not reach stays zero.
+  // swapped in place first, so they go through the scratch buffer and the output row.
+  // Output a row does not reach stays zero.
   uint32_t longest = c.height ? *std::max_element(rows.begin(), rows.end()) : 0;
   std::vector<uint8_t> scratch(c.format == 0 ? 0 : longest), row(c.format == 0 ? 0 : rb);
   uint8_t* dst = c.raw.data();
@@ -145,7 +145,7 @@ bool encodeRle(Tchannel& c, bool separateTable) {
   const uint8_t* src = c.raw.data();
   for (uint32_t y = 0; y < c.height; ++y, src += rb) {
     // The count is the width, not the row's bytes: for 16-bit channels only the first half of
-    // each row is packed (deliberate, Part 3.2).
+    // each row is packed (deliberate).
     size_t n = packBitsRow(src, c.width, out.data() + at);
     counts[y] = uint16_t(n);
     at += n;
@@ -246,7 +246,7 @@ size_t packBitsRow(const uint8_t* src, size_t count, uint8_t* out) {
 }
 
 bool decode(Tchannel& c) {
-  if (c.bytesPerSample() == 0) throw TpsdException("Invalid format specification for pix format");
+  requireKnownFormat(c);
   c.raw.resize(size_t(c.sampleCount) * c.bytesPerSample());  // each method writes or zeroes all
   bool ok = false;
   switch (c.method) {
@@ -282,7 +282,7 @@ bool decode(Tchannel& c) {
 }
 
 bool encode(Tchannel& c, bool separateTable) {
-  if (c.bytesPerSample() == 0) throw TpsdException("Invalid format specification for pix format");
+  requireKnownFormat(c);
   bool ok = false;
   switch (c.method) {
     case RAW:

@@ -1,4 +1,4 @@
-// Part 3.1: the document handles (TphotoshopFile, TpsdFile), the public reading calls and the
+// The document handles (TphotoshopFile, TpsdFile), the public reading calls and the
 // free functions.
 #include <cstring>
 
@@ -77,7 +77,7 @@ bool TpsdFile::readAllLayerRecordInformation() {
     case Reading::kOk:
       return layerMaskLength_ != 0;
     case Reading::kNoMemory:
-      return true;  // as the Part says, after the warning
+      return true;  // deliberate: after the warning
     default:
       return false;
   }
@@ -116,7 +116,7 @@ statusCode openPsdFile(const TfilePath& path, TphotoshopFile*& out, bool editMod
 bool closePsdFile(TphotoshopFile*& file) {
   auto* psd = dynamic_cast<TpsdFile*>(file);
   if (!psd) return false;
-  // The Part saves a document whose edit-mode flag is clear (savePsdFile) before closing; document
+  // A document whose edit-mode flag is clear is to be saved (savePsdFile) before closing; document
   // writing is not in this library yet, so no save happens here.
   psd->close();
   return true;

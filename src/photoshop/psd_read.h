@@ -1,4 +1,4 @@
-// Part 3.1: what the document reader's files share.
+// What the document reader's files share.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +26,7 @@ R TpsdFile::guard(R onMemory, R onCorrupt, F&& body) {
 class PsdStream;
 
 // Walks the image resource entries from the stream's position while the next 4 bytes are "8BIM"
-// or "MeSa": reads signature, id, name (with the Part's pad rule) and the size rounded up to even,
+// or "MeSa": reads signature, id, name (with the signed pad rule) and the size rounded up to even,
 // then calls each with the entry and the position of its data; each leaves the stream where the
 // entry's reading ends.
 void psdReadResources(PsdStream& in, const std::function<void(TpsdImageResource&, uint64_t dataStart)>& each);

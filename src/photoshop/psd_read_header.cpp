@@ -1,4 +1,4 @@
-// Part 3.1: reading the header, the colour mode data and the image resources (with the alpha
+// Reading the header, the colour mode data and the image resources (with the alpha
 // channel names of resource 1006 and identifiers of 1053).
 #include <cstring>
 #include <functional>
@@ -22,7 +22,7 @@ bool TpsdFile::readPsdHeader(PsdStream& in) {
     uint16_t depth = in.u16("the header");
     try {
       setColorDepth(depth);
-    } catch (const TpsdException&) {  // "Invalid color depth", caught here as the Part says
+    } catch (const TpsdException&) {  // "Invalid color depth", caught here: the reading fails
       return false;
     }
     bitDepth_ = depth;
@@ -110,7 +110,7 @@ void TpsdFile::readImageResources(PsdStream& in) {
         if (r.dataSize > 4) in.seek(start + r.dataSize);
         break;
       case 1006:
-        // channels - 3 names (the Part leaves fewer than 3 channels unguarded: none are read),
+        // channels - 3 names (fewer than 3 channels: none are read),
         // each inside the resource; then the rest of the data is skipped.
         for (int i = 0; i < int(channels_) - 3; ++i)
           if (!readAlphaName(in, start + r.dataSize, alphaNames_)) break;

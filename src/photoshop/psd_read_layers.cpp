@@ -1,4 +1,4 @@
-// Part 3.1: reading the layer records, the global layer mask and the additional global
+// Reading the layer records, the global layer mask and the additional global
 // information (with the 16-bit layer section "Lr16").
 #include <cstdlib>
 
@@ -66,8 +66,8 @@ void TpsdFile::readLayerRecord(PsdStream& in, TpsdLayer& layer,
     }
   }
 
-  // Blending ranges. A length of 0 (GIMP, ImageMagick, ag-psd) reads nothing further
-  // (CLARIFICATIONS); otherwise the grey pair and length / 8 - 1 channel pairs.
+  // Blending ranges. A length of 0 (GIMP, ImageMagick and ag-psd write it) reads nothing further;
+  // otherwise the grey pair and length / 8 - 1 channel pairs.
   TpsdLayer::BlendingRanges& b = layer.blendingRanges;
   b.length = in.u32("the blending ranges");
   if (b.length != 0) {
@@ -183,7 +183,7 @@ void TpsdFile::readAdditionalGlobalInfo(PsdStream& in) {
     block.key = key;
     uint64_t length = in.u32("an additional information block");
     if (colorDepth() == k16Bits) length += 4 - length % 4;  // 4 for a multiple of 4, again
-    // The Part reads these sections with fread, so a length past the end gets what remains, and
+    // These sections are read as a plain buffered reader would, so a length past the end gets what remains, and
     // its 16-bit rule (no seek past the channel data) points them into the channel data of
     // documents whose 16-bit layers are not in "Lr16" (ImageMagick's): those keep their layers.
     block.data = in.bytesUpTo(length);

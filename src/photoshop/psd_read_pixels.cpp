@@ -1,5 +1,5 @@
-// Part 3.1: the composite image (readFlattenedImage) and, for the facade, every layer's channel
-// data, kept compressed in the pixel data (Part 3.2 decodes on demand).
+// The composite image (readFlattenedImage) and, for the facade, every layer's channel
+// data, kept compressed in the pixel data (decoded on demand).
 #include <string>
 
 #include <vora/photoshop.h>

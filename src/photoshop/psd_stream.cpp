@@ -1,4 +1,4 @@
-// Part 3.1: the document reader's checked stream.
+// The document reader's checked stream.
 #include "psd_stream.h"
 
 #include <vora/foundation/tfilepath.h>

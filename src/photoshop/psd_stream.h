@@ -1,6 +1,6 @@
-// Part 3.1: the reader's view of a document file: the Part's buffered stream ("rb", fread, fseek,
+// The reader's view of a document file: a buffered stream ("rb", fread, fseek,
 // ftell) with every read checked against the file's length. Reading past the end throws
-// PsdReadError (a corrupt or truncated file, turned into the Part's failure results); allocations
+// PsdReadError (a corrupt or truncated file, turned into each call's documented failure result); allocations
 // sized by the file are checked against what remains of it first.
 #pragma once
 
@@ -41,8 +41,8 @@ class PsdStream {
   int32_t s32(const char* what) { return int32_t(u32(what)); }
   // n bytes, refused before allocating when the file does not hold them.
   std::vector<uint8_t> bytes(uint64_t n, const char* what);
-  // Up to n bytes: what remains of the file when it holds fewer (a short fread, as the Part's
-  // reader would get), for the sections after the layer records.
+  // Up to n bytes: what remains of the file when it holds fewer (a short fread, as a plain
+  // buffered reader would get), for the sections after the layer records.
   std::vector<uint8_t> bytesUpTo(uint64_t n);
   // The next 4 bytes as a big-endian word; false (nothing consumed) when fewer remain.
   bool peek32(uint32_t& word);

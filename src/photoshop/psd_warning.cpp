@@ -1,4 +1,4 @@
-// Part 3.1: TpsdFileWarning, the process-wide collector of the document warnings.
+// TpsdFileWarning, the process-wide collector of the document warnings.
 #include <vora/foundation/messages.h>
 #include <vora/photoshop.h>
 
@@ -43,7 +43,7 @@ const char* TpsdFileWarning::key(TpsdWarningMsg bit) const {
 
 namespace {
 
-// The Part formats with tFormat and %s arguments; substituting them here keeps a text with more
+// Texts are formatted with %s arguments; substituting them here keeps a text with more
 // %s than arguments (a name-less warning) well defined: missing arguments read as "".
 Tstring formatArgs(const char* text, const Tstring* args, size_t count) {
   std::string out;

@@ -1,4 +1,4 @@
-// vimg lut: colour lookup tables (Parts 4.1, 4.2): describe a LUT file, evaluate it at a colour,
+// vimg lut: colour lookup tables: describe a LUT file, evaluate it at a colour,
 // apply it to an image.
 #include <cmath>
 #include <cstdio>

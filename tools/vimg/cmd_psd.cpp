@@ -1,4 +1,4 @@
-// vimg psd: Photoshop documents (Parts 3.1, 3.2): describe a document's structure, extract a
+// vimg psd: Photoshop documents: describe a document's structure, extract a
 // layer's or the composite's pixels to an image file.
 #include <cstdio>
 #include <string>
@@ -242,7 +242,7 @@ void extract(const Options& o) {
     for (PHOTOSHOP_CHANNEL id : layer->pixels.channelListArray()) runLength |= layer->pixels.compressionMethod(id) == RLE;
   }
   if (doc->bitDepth() == 16 && runLength)
-    fprintf(stderr, "vimg: %s: 16-bit run-length channels decode by Part 3.2's own rule, which differs from "
+    fprintf(stderr, "vimg: %s: 16-bit run-length channels decode by this library's own rule, which differs from "
             "Photoshop's PackBits: the pixels will not match\n", o.file.c_str());
   if (doc->colorMode() != 1 && doc->colorMode() != 3)
     fprintf(stderr, "vimg: %s: colour mode %s: the first three channels are written as stored\n", o.file.c_str(),

@@ -1,5 +1,5 @@
 // vimg seq: frame sequences: group files into sequences with their ranges and missing frames
-// (like lsseq), and give the name of any frame (Part 2.5).
+// (like lsseq), and give the name of any frame.
 #include <dirent.h>
 #include <sys/stat.h>
 

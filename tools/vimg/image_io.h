@@ -1,5 +1,5 @@
 // vimg: whole images in memory and their files: native IFF through the IL calls, every other
-// format through Qt 6's QImage (until the image file front end of Part 2.1 exists).
+// format through Qt 6's QImage (until the library's image file front end exists).
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// vimg seq: grouping file names into frame sequences with TimageSequence (Part 2.5).
+// vimg seq: grouping file names into frame sequences with TimageSequence.
 #include "seq_group.h"
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 namespace vimg {
 
 // name####.ext comes before name_####.ext: both score alike on plate_0007.exr, and atFrame (which
-// joins only the format's groups, as the Part says) keeps the '_' only when it is in the name.
+// joins only the format's groups) keeps the '_' only when it is in the name.
 const TstringArray& defaultSequenceFormats() {
   static const TstringArray formats = {
       "name.####.ext", "name.###.ext", "name.#####.ext", "name.######.ext", "name.##.ext",

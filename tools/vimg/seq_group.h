@@ -1,4 +1,4 @@
-// vimg seq: grouping file names into frame sequences with TimageSequence (Part 2.5).
+// vimg seq: grouping file names into frame sequences with TimageSequence.
 #pragma once
 
 #include <map>

@@ -18,7 +18,7 @@
  * whole when that group ends.
  *
  * Status codes: 0 OK, FL_END (1) end of group, FL_DONE (2) done; error codes 3 to 99 below; the
- * image library's own codes 100 to 112 (Part 1.1, 1.3, 1.4) share the same code space and the
+ * image library's own codes 100 to 112 share the same code space and the
  * same texts (FLstrerror). flerrno is per thread, like errno.
  */
 #ifndef VORA_FOUNDATION_FL_H
@@ -54,9 +54,9 @@ enum {
   FL_ESTATE = 15,   /* call out of sequence (no chunk or group open, wrong kind open) */
   FL_NOFORM = 16,   /* FLparse: end of data without an accepted form */
   FL_EFORM = 22,    /* form check: an image in a 2-byte aligned FORM group */
-  FL_EOVERRUN = 23, /* packed data overruns its tile (Part 1.2) */
+  FL_EOVERRUN = 23, /* packed data overruns its tile */
   FL_EMODE = 24,    /* operation not allowed in this stream's mode */
-  FL_ENOPROG = 40,  /* a named filter program cannot be found (Part 1.4) */
+  FL_ENOPROG = 40,  /* a named filter program cannot be found */
   FL_ENOCMD = 43,   /* the command of a pipe or filter cannot be found */
   FL_ESPAWN = 44,   /* the command could not be started */
   FL_ECHILD = 45,   /* the command of a pipe or filter failed (non-zero exit or signal) */

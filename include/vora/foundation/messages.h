@@ -11,7 +11,7 @@ class VORA_API TstringId {
  public:
   explicit TstringId(const char* key);
   const char* key() const { return key_; }
-  const char* text() const;  // the catalogue text (printf-style %s/%d arguments as the Part says)
+  const char* text() const;  // the catalogue text (printf-style %s/%d arguments)
 
  private:
   const char* key_;
@@ -20,7 +20,7 @@ class VORA_API TstringId {
 // Catalogue lookup: null when the key is unknown.
 VORA_API const char* voraCatalogueText(const char* key);
 
-// The reporter that Parts pass user messages to. theErrorHandler is null by default; vimg
+// The reporter that the library passes user messages to. theErrorHandler is null by default; vimg
 // installs one that prints to stderr.
 class VORA_API TerrorHandler {
  public:

@@ -1,5 +1,5 @@
 // Foundation stand-in (ARCHITECTURE.md 3.1): TfileStream, an input stream over a file (binary, so
-// that carriage returns reach the readers as the Parts expect).
+// that carriage returns reach the readers, whose formats care about them).
 #pragma once
 
 #include <cstdint>
