@@ -1,5 +1,5 @@
-// Test helper: Photoshop documents byte by byte, with every field in the test's hands (the layer
-// records of Part 3.1, channel data, the 16-bit "Lr16" section, the composite). Shared by the
+// Test helper: Photoshop documents byte by byte, with every field in the test's hands (layer
+// records, channel data, the 16-bit "Lr16" section, the composite). Shared by the
 // tests, the fuzz seeds and the PSD benchmark. Lengths are computed unless a test overrides them.
 #pragma once
 
@@ -11,16 +11,18 @@
 
 #include <vora/photoshop.h>
 
+#include "support/bytes.h"
+
 namespace vt::psd {
 
-using Bytes = std::vector<uint8_t>;
+using vt::Bytes;
+using vt::append;
+constexpr auto put16 = vt::be16;
+constexpr auto put32 = vt::be32;
 
-inline void put16(Bytes& b, uint32_t v) { b.push_back(uint8_t(v >> 8)), b.push_back(uint8_t(v)); }
-inline void put32(Bytes& b, uint32_t v) { put16(b, v >> 16), put16(b, v & 0xFFFF); }
 inline void put4(Bytes& b, const std::string& s) {
   for (size_t i = 0; i < 4; ++i) b.push_back(i < s.size() ? uint8_t(s[i]) : uint8_t(' '));
 }
-inline void append(Bytes& b, const Bytes& more) { b.insert(b.end(), more.begin(), more.end()); }
 
 struct Channel {
   int16_t id = 0;
@@ -125,7 +127,7 @@ inline Bytes resource(uint16_t id, const std::string& name, const Bytes& data) {
   return b;
 }
 
-// The global block as the Part reads it: 16-bit documents pad to 4 - length % 4 (4 for a multiple).
+// A global block as the reader expects it: 16-bit documents pad to 4 - length % 4 (4 for a multiple).
 inline Bytes globalBlock(uint32_t key, const Bytes& data, bool sixteen) {
   Bytes b;
   put4(b, "8BIM");
@@ -158,7 +160,7 @@ inline Bytes build(const Document& d) {
       Bytes lr = layerInfo(d.layers, d.countSign);
       put4(section, "8BIM"), put4(section, "Lr16"), put32(section, uint32_t(lr.size()));
       append(section, lr);
-      section.resize(section.size() + 4 - lr.size() % 4, 0);  // as the Part's seek expects
+      section.resize(section.size() + 4 - lr.size() % 4, 0);  // as the reader's seek expects
     }
     for (const auto& [key, data] : d.globalBlocks) append(section, globalBlock(key, data, sixteen));
   }

@@ -1,6 +1,8 @@
 // Test helpers: IFF byte builders, temporary files, child-process checks.
 #include "support/test_support.h"
 
+#include <vora/foundation/messages.h>
+
 #include <dirent.h>
 #include <unistd.h>
 
@@ -12,15 +14,6 @@
 #include <stdexcept>
 
 namespace vt {
-
-void be32(Bytes& b, uint32_t v) {
-  for (int s = 24; s >= 0; s -= 8) b.push_back(uint8_t(v >> s));
-}
-void be16(Bytes& b, uint32_t v) {
-  b.push_back(uint8_t(v >> 8));
-  b.push_back(uint8_t(v));
-}
-void text(Bytes& b, const std::string& s) { b.insert(b.end(), s.begin(), s.end()); }
 
 Bytes chunk(const std::string& id, const Bytes& data, unsigned align) {
   Bytes b;
@@ -145,6 +138,23 @@ ScopedEnv::ScopedEnv(const char* name, const char* value) : name_(name) {
 ScopedEnv::~ScopedEnv() {
   if (had_) setenv(name_.c_str(), old_.c_str(), 1);
   else unsetenv(name_.c_str());
+}
+
+struct Messages::Handler : TerrorHandler {
+  std::vector<std::string> lines;
+  TerrorHandler* old = theErrorHandler;
+  void reportError(const char* m) override { lines.push_back(m); }
+};
+Messages::Messages() : h_(new Handler) { theErrorHandler = h_; }
+Messages::~Messages() {
+  theErrorHandler = h_->old;
+  delete h_;
+}
+const std::vector<std::string>& Messages::lines() const { return h_->lines; }
+bool Messages::said(const std::string& line) const {
+  for (const auto& l : h_->lines)
+    if (l == line) return true;
+  return false;
 }
 
 }  // namespace vt

@@ -1,17 +1,12 @@
 // Test helpers: IFF byte builders, temporary files, child-process checks.
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <vector>
+
+#include "support/bytes.h"
 
 namespace vt {
 
-using Bytes = std::vector<uint8_t>;
-
-void be32(Bytes& b, uint32_t v);
-void be16(Bytes& b, uint32_t v);
-void text(Bytes& b, const std::string& s);
 // id + big-endian size + data + zero padding to align.
 Bytes chunk(const std::string& id, const Bytes& data, unsigned align = 4);
 // id + size (type + contents) + type + contents.
@@ -47,6 +42,19 @@ int vimg(const std::string& args, std::string* out = nullptr);
 int childCount();
 // Runs a shell command, returns its exit status and fills out with its stdout.
 int run(const std::string& command, std::string* out = nullptr);
+
+// Collects what the library reports through theErrorHandler while it lives.
+class Messages {
+ public:
+  Messages();
+  ~Messages();
+  const std::vector<std::string>& lines() const;
+  bool said(const std::string& line) const;
+
+ private:
+  struct Handler;
+  Handler* h_;
+};
 
 // Sets an environment variable for the scope of the object.
 class ScopedEnv {

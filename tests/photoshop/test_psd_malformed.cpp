@@ -81,7 +81,7 @@ struct File {
 
 }  // namespace
 
-TEST(Part3_1_Hostile, TruncatedAtEveryLengthGivesTheFailureResults) {
+TEST(PsdMalformed, TruncatedAtEveryLengthGivesTheFailureResults) {
   vt::TempDir dir;
   const std::string path = dir.path("cut.psd");
   for (const char* name : kDocs) {
@@ -105,7 +105,7 @@ TEST(Part3_1_Hostile, TruncatedAtEveryLengthGivesTheFailureResults) {
   }
 }
 
-TEST(Part3_1_Hostile, LayerCountOf32767InASmallFile) {
+TEST(PsdMalformed, LayerCountOf32767InASmallFile) {
   psd::Document d;
   d.layers = {smallLayer("only", 0)};  // zero bytes after it: records of no channels, read on
   Bytes b = psd::build(d);
@@ -129,7 +129,7 @@ TEST(Part3_1_Hostile, LayerCountOf32767InASmallFile) {
   EXPECT_EQ(g.doc->layerCount(), 32768u);
 }
 
-TEST(Part3_1_Hostile, LengthsPastTheEndOfTheFile) {
+TEST(PsdMalformed, LengthsPastTheEndOfTheFile) {
   struct Case {
     const char* what;
     void (*spoil)(psd::Document&);
@@ -161,7 +161,7 @@ TEST(Part3_1_Hostile, LengthsPastTheEndOfTheFile) {
   }
 }
 
-TEST(Part3_1_Hostile, RunLengthRowTablesThatOverrunAndZipThatDoesNotInflate) {
+TEST(PsdMalformed, RunLengthRowTablesThatOverrunAndZipThatDoesNotInflate) {
   psd::Document d;
   psd::Layer l = smallLayer("bad");
   l.bottom = 4, l.right = 8;
@@ -185,7 +185,7 @@ TEST(Part3_1_Hostile, RunLengthRowTablesThatOverrunAndZipThatDoesNotInflate) {
   EXPECT_EQ(px.getTransparencyPixelPtr()[0], 255);
 }
 
-TEST(Part3_1_Hostile, DepthEightWithSixteenBitData) {
+TEST(PsdMalformed, DepthEightWithSixteenBitData) {
   psd::Document d;
   d.width = 4, d.height = 2;
   psd::Layer l = smallLayer("wide");
@@ -201,7 +201,7 @@ TEST(Part3_1_Hostile, DepthEightWithSixteenBitData) {
   EXPECT_EQ(c.pixelData().getBluePixelPtr()[7], 0x11);
 }
 
-TEST(Part3_1_Hostile, SizesTheFileCannotBackAreRefusedBeforeAllocating) {
+TEST(PsdMalformed, SizesTheFileCannotBackAreRefusedBeforeAllocating) {
   psd::Document d;
   d.width = 30000, d.height = 30000;
   d.compositeCompression = 1;
@@ -220,7 +220,7 @@ TEST(Part3_1_Hostile, SizesTheFileCannotBackAreRefusedBeforeAllocating) {
   EXPECT_NE(g.doc->lastReadError().str().find("cannot come from"), std::string::npos);
 }
 
-TEST(Part3_1_Hostile, MemoryExhaustionRaisesNoMemoryWarning) {
+TEST(PsdMalformed, MemoryExhaustionRaisesNoMemoryWarning) {
   // The allocation limit (VORA_MAX_ALLOC_MB) is read once per process: a child vimg with 1 MiB.
   psd::Document d;
   d.colorModeData.assign(3u << 20, 1);
@@ -233,7 +233,7 @@ TEST(Part3_1_Hostile, MemoryExhaustionRaisesNoMemoryWarning) {
   EXPECT_NE(out.find("warning: big.psd: out of memory while reading the document"), std::string::npos) << out;
 }
 
-TEST(Part3_1_Hostile, RandomMutationsOfRealDocuments) {
+TEST(PsdMalformed, RandomMutationsOfRealDocuments) {
   std::mt19937 rng(7);
   vt::TempDir dir;
   const std::string path = dir.path("m.psd");
@@ -253,7 +253,7 @@ TEST(Part3_1_Hostile, RandomMutationsOfRealDocuments) {
   TpsdFileWarning::instance().clear();
 }
 
-TEST(Part3_1_Hostile, ManyEmptyLayersWithHugeRectanglesCannotAddUp) {
+TEST(PsdMalformed, ManyEmptyLayersWithHugeRectanglesCannotAddUp) {
   // Each layer: no channel data, a 2000 x 2000 rectangle (4 MB of default samples apiece is
   // within what deflate could make of the file, but 200 of them are not).
   psd::Document d;

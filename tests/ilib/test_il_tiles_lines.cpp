@@ -1,4 +1,5 @@
-// Part 1.3: line and tile input/output.
+// Native image pixels: lines and tiles written and read, against OpenImageIO both ways, and
+// malformed pixel data.
 #include <gtest/gtest.h>
 #include <vora/ilib.h>
 
@@ -147,8 +148,8 @@ std::vector<std::vector<int>> tileRects(const std::string& path) {
 
 }  // namespace
 
-// Must show: OpenImageIO's files read with the pixels of the fixtures' reference decode.
-TEST(Part1_3, OpenImageIoFixturesDecodeToTheReferencePixels) {
+// OpenImageIO's files read with the pixels of the fixtures' reference decode.
+TEST(IlTilesLines, OpenImageIoFixturesDecodeToTheReferencePixels) {
   struct Fixture {
     const char* name;
     int w, h, channels, bytes;
@@ -171,9 +172,9 @@ TEST(Part1_3, OpenImageIoFixturesDecodeToTheReferencePixels) {
   }
 }
 
-// Edge case: a 100 x 70 image with 64 x 64 tiles written line by line bottom-up gives tiles
+// A 100 x 70 image with 64 x 64 tiles written line by line bottom-up gives tiles
 // (0,0)-(63,63), (64,0)-(99,63), (0,64)-(63,69), (64,64)-(99,69), in that order.
-TEST(Part1_3_EdgeCases, TileOrderOf100x70) {
+TEST(IlTilesLines, TileOrderOf100x70) {
   vt::TempDir d;
   Bytes px = picture(100, 70, 1, 1);
   ASSERT_EQ(writeImage(d.path("t.iff"), 100, 70, 1, 3, IL_RLE, false, px, nullptr), 0);
@@ -189,8 +190,8 @@ TEST(Part1_3_EdgeCases, TileOrderOf100x70) {
   EXPECT_EQ(rectsOnly(tileRects(d.path("u.iff"))), top);
 }
 
-// Edge case: writing the last line ends the TBMP group; a further ILwritetile gives 107.
-TEST(Part1_3_EdgeCases, LastLineEndsTheGroupThen107) {
+// Writing the last line ends the TBMP group; a further ILwritetile gives 107.
+TEST(IlTilesLines, LastLineEndsTheGroupThen107) {
   vt::TempDir d;
   ILimage* img = ILopen(d.path("e.iff").c_str(), "w");
   ILsetsize(img, 8, 3);
@@ -210,29 +211,26 @@ TEST(Part1_3_EdgeCases, LastLineEndsTheGroupThen107) {
   ILclose(img);
 }
 
-// Edge case: a read of an 8-bit image in state 0x80 returns every value doubled into 16 bits.
-TEST(Part1_3_EdgeCases, EightBitReadAt16BitsDoublesEveryByte) {
+// 8-bit files read at 16 bits double every byte (lines and whole images); 16-bit files read at
+// 8 bits give the high bytes.
+TEST(IlTilesLines, ReadingAtTheOtherDepth) {
   vt::TempDir d;
   Bytes px(5 * 2 * 4, 0x7F);
   ASSERT_EQ(writeImage(d.path("w.iff"), 5, 2, 1, 3, IL_RLE, false, px, nullptr), 0);
-  ILimage* img = ILopen(d.path("w.iff").c_str(), "r");
-  ASSERT_EQ(ILsetbpp(img, 2), 0);
-  EXPECT_TRUE(ILgetstate(img) & IL_ST_WIDEN);
-  std::vector<uint16_t> line(5 * 4);
-  ASSERT_EQ(ILreadline(img, line.data(), nullptr), 0);
-  for (uint16_t v : line) EXPECT_EQ(v, 0x7F7F);
-  ILclose(img);
-  img = ILopen(d.path("w.iff").c_str(), "r");  // ILload goes line by line in state 0x80
-  ILsetbpp(img, 2);
-  std::vector<uint16_t> all(5 * 2 * 4);
-  ASSERT_EQ(ILload(img, all.data(), nullptr), 0);
-  for (uint16_t v : all) EXPECT_EQ(v, 0x7F7F);
-  ILclose(img);
+  for (bool byLines : {true, false}) {
+    Bytes back;
+    ASSERT_EQ(readImage(d.path("w.iff"), 2, false, byLines, &back, nullptr), 0);
+    EXPECT_EQ(back, Bytes(px.size() * 2, 0x7F)) << byLines;
+  }
+  Bytes deep = picture(30, 20, 2, 4), back;
+  ASSERT_EQ(writeImage(d.path("s.iff"), 30, 20, 2, 3, IL_RLE, false, deep, nullptr), 0);
+  ASSERT_EQ(readImage(d.path("s.iff"), 1, false, false, &back, nullptr), 0);
+  for (size_t i = 0; i < back.size(); ++i) ASSERT_EQ(back[i], deep[2 * i + 1]) << i;
 }
 
-// Must show: round trips of every compression x 8/16-bit x RGB, RGBA, alpha-only, with depth x
+// Round trips of every compression x 8/16-bit x RGB, RGBA, alpha-only, with depth x
 // bottom-up and top-down x several sizes give back the same pixels (QRL: slot 3 reads back 0).
-TEST(Part1_3, RoundTripMatrix) {
+TEST(IlTilesLines, RoundTripMatrix) {
   vt::TempDir d;
   const int sizes[][2] = {{1, 1}, {63, 65}, {100, 70}, {257, 129}, {5000, 100}};
   for (auto [w, h] : sizes)
@@ -264,7 +262,7 @@ TEST(Part1_3, RoundTripMatrix) {
           }
 }
 
-TEST(Part1_3, TilesArrivingInAnotherOrderArePlaced) {
+TEST(IlTilesLines, TilesArrivingInAnotherOrderArePlaced) {
   // Tiles written by hand, top band first and right to left, 10 rows high but 16 wide.
   vt::TempDir d;
   const int w = 40, h = 25;
@@ -287,7 +285,7 @@ TEST(Part1_3, TilesArrivingInAnotherOrderArePlaced) {
   EXPECT_TRUE(back == px);
 }
 
-TEST(Part1_3, TilesSpanningSeveralBands) {
+TEST(IlTilesLines, TilesSpanningSeveralBands) {
   // A first tile 4 rows high sets the band height; later tiles 12 rows high span three bands.
   vt::TempDir d;
   const int w = 20, h = 16;
@@ -306,7 +304,7 @@ TEST(Part1_3, TilesSpanningSeveralBands) {
   EXPECT_TRUE(back == flipRows(px, w, h, 1));
 }
 
-TEST(Part1_3, FillCompletesMissingChannels) {
+TEST(IlTilesLines, FillCompletesMissingChannels) {
   uint8_t grey[8] = {1, 50, 3, 4, 5, 60, 7, 8};
   ILfill(grey, 2, 1, 1, 0, 0);
   EXPECT_EQ(vt::hex(Bytes(grey, grey + 8)), "323232ff3c3c3cff");
@@ -321,16 +319,7 @@ TEST(Part1_3, FillCompletesMissingChannels) {
   EXPECT_EQ(both[3], 1);  // colour and alpha: left alone
 }
 
-TEST(Part1_3, SixteenBitFileReadAtEightBitsGivesTheHighBytes) {
-  vt::TempDir d;
-  Bytes px = picture(30, 20, 2, 4);
-  ASSERT_EQ(writeImage(d.path("s.iff"), 30, 20, 2, 3, IL_RLE, false, px, nullptr), 0);
-  Bytes back;
-  ASSERT_EQ(readImage(d.path("s.iff"), 1, false, false, &back, nullptr), 0);
-  for (size_t i = 0; i < back.size(); ++i) ASSERT_EQ(back[i], px[2 * i + 1]) << i;
-}
-
-TEST(Part1_3, PackedLayoutHoldsOnlyThePresentChannels) {
+TEST(IlTilesLines, PackedLayoutHoldsOnlyThePresentChannels) {
   vt::TempDir d;
   const int w = 50, h = 9;
   Bytes rgb(size_t(w) * h * 3);
@@ -350,42 +339,29 @@ TEST(Part1_3, PackedLayoutHoldsOnlyThePresentChannels) {
   ILclose(img);
 }
 
-TEST(Part1_3, SeveralImagesWithPixels) {
+// Two images in one file, the second loaded by ILcload (which allocates).
+TEST(IlTilesLines, SeveralImagesWithPixelsAndCload) {
   vt::TempDir d;
   std::string p = d.path("m.iff");
   Bytes a = picture(12, 7, 1, 1), b = picture(9, 4, 1, 2);
   ILimage* img = ILopen(p.c_str(), "w");
-  ILsetsize(img, 12, 7);
-  ASSERT_EQ(ILsave(img, a.data(), nullptr, 0), 0);
-  ASSERT_EQ(ILnext(img), 0);
-  ILsetsize(img, 9, 4);
-  ASSERT_EQ(ILsave(img, b.data(), nullptr, 0), 0);
+  ASSERT_EQ(ILsetsize(img, 12, 7) | ILsave(img, a.data(), nullptr, 0) | ILnext(img), 0);
+  ASSERT_EQ(ILsetsize(img, 9, 4) | ILsetcompress(img, IL_QR4) | ILsave(img, b.data(), nullptr, 0), 0);
   ILclose(img);
   img = ILopen(p.c_str(), "r");
   Bytes back(a.size());
   ASSERT_EQ(ILload(img, back.data(), nullptr), 0);
   EXPECT_TRUE(back == a);
   ASSERT_EQ(ILnext(img), 0);
-  back.assign(b.size(), 0);
-  ASSERT_EQ(ILload(img, back.data(), nullptr), 0);
-  EXPECT_TRUE(back == b);
-  ILclose(img);
-}
-
-TEST(Part1_3, CloadAllocatesAndLoads) {
-  vt::TempDir d;
-  Bytes px = picture(33, 17, 1, 3);
-  ASSERT_EQ(writeImage(d.path("c.iff"), 33, 17, 1, 3, IL_QR4, false, px, nullptr), 0);
-  ILimage* img = ILopen(d.path("c.iff").c_str(), "r");
   void *c, *z;
   ASSERT_EQ(ILcload(img, &c, &z), 0);
   EXPECT_EQ(z, nullptr);  // no depth in the image
-  EXPECT_EQ(memcmp(c, px.data(), px.size()), 0);
+  EXPECT_EQ(memcmp(c, b.data(), b.size()), 0);
   free(c);
   ILclose(img);
 }
 
-// ---- hostile input --------------------------------------------------------------------------
+// ---- malformed pixel data -------------------------------------------------------------------
 
 namespace {
 
@@ -423,44 +399,35 @@ int loadResult(const Bytes& file, Bytes* out = nullptr) {
 
 }  // namespace
 
-TEST(Part1_3_Hostile, PackedDataOverrunningItsTileGives23) {
+TEST(IlTilesLinesMalformed, EveryDamageGivesItsCode) {
   Bytes runs;
   for (int i = 0; i < 8; ++i) runs.insert(runs.end(), {0xFF, 1});  // 2 x 128 for a plane of 240
-  EXPECT_EQ(loadResult(withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 14, 15, runs))), 23);
-  Bytes qrl = {0xFF, 1, 2, 3};  // a run of 128 pixels in a row of 16
-  EXPECT_EQ(loadResult(withTiles(16, 16, IL_QRL, tile("RGBA", 0, 0, 15, 15, qrl))), 23);
-  Bytes cut = {0x7F, 1, 2, 3};  // a literal past the end of its chunk
-  EXPECT_EQ(loadResult(withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 15, 15, cut))), 23);
-}
-
-TEST(Part1_3_Hostile, ShortChunksAndRectanglesOutsideOrInverted) {
-  EXPECT_EQ(loadResult(withTiles(16, 16, IL_RLE, vt::chunk("RGBA", {0, 0, 0}))), 0);  // skipped
-  EXPECT_EQ(loadResult(withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 16, 15, {}))), 109);
-  EXPECT_EQ(loadResult(withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 15, 99, {}))), 109);
-  EXPECT_EQ(loadResult(withTiles(16, 16, IL_RLE, tile("RGBA", 9, 0, 3, 15, {}))), 109);
-  EXPECT_EQ(loadResult(withTiles(16, 16, IL_RLE, tile("RGBA", 0, 9, 15, 3, {}))), 109);
-}
-
-TEST(Part1_3_Hostile, MissingTilesReadAsZerosAndATileCountThatLies) {
-  Bytes raw(8 * 16 * 4, 0x11);  // the left half only, raw
-  Bytes px;
-  ASSERT_EQ(loadResult(withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 7, 15, raw)), &px), 0);
-  EXPECT_EQ(px[0], 0x11);
-  EXPECT_EQ(px[8 * 4], 0);  // right half: zeros
-  EXPECT_EQ(loadResult(withTiles(16, 16, IL_RLE, {})), 0);  // no tiles at all (header says 1)
-}
-
-TEST(Part1_3_Hostile, CompressionWithoutCodecGives108) {
-  EXPECT_EQ(loadResult(withTiles(16, 16, 7, tile("RGBA", 0, 0, 15, 15, {1}))), 108);
-  EXPECT_EQ(loadResult(withTiles(16, 16, 0xFFFFFFFF, tile("RGBA", 0, 0, 15, 15, {1}))), 108);
-}
-
-TEST(Part1_3_Hostile, ImpossibleHeaderSizesGive106) {
-  EXPECT_EQ(loadResult(withTiles(0, 16, IL_RLE, {})), 106);
-  EXPECT_EQ(loadResult(withTiles(40000, 1, IL_RLE, {})), 106);
-  Bytes b = withTiles(16, 16, IL_RLE, {});
-  b[8 + 4 + 8 + 16 + 1] = 5;  // bytes per channel 6
-  EXPECT_EQ(loadResult(b), 106);
+  Bytes bytesField = withTiles(16, 16, IL_RLE, {});
+  bytesField[8 + 4 + 8 + 16 + 1] = 5;  // bytes per channel 6
+  struct Case {
+    const char* what;
+    Bytes file;
+    int result;
+  } cases[] = {
+      {"RLE runs past their tile", withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 14, 15, runs)), 23},
+      {"QRL run of 128 in a row of 16", withTiles(16, 16, IL_QRL, tile("RGBA", 0, 0, 15, 15, {0xFF, 1, 2, 3})), 23},
+      {"literal past its chunk", withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 15, 15, {0x7F, 1, 2, 3})), 23},
+      {"chunk shorter than a rectangle: skipped", withTiles(16, 16, IL_RLE, vt::chunk("RGBA", {0, 0, 0})), 0},
+      {"rectangle past the right edge", withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 16, 15, {})), 109},
+      {"rectangle past the top", withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 15, 99, {})), 109},
+      {"rectangle inverted across", withTiles(16, 16, IL_RLE, tile("RGBA", 9, 0, 3, 15, {})), 109},
+      {"rectangle inverted up", withTiles(16, 16, IL_RLE, tile("RGBA", 0, 9, 15, 3, {})), 109},
+      {"no tiles though the header says 1", withTiles(16, 16, IL_RLE, {}), 0},
+      {"compression without a codec", withTiles(16, 16, 7, tile("RGBA", 0, 0, 15, 15, {1})), 108},
+      {"compression 0xFFFFFFFF", withTiles(16, 16, 0xFFFFFFFF, tile("RGBA", 0, 0, 15, 15, {1})), 108},
+      {"width 0", withTiles(0, 16, IL_RLE, {}), 106},
+      {"width 40000", withTiles(40000, 1, IL_RLE, {}), 106},
+      {"6 bytes per channel", bytesField, 106},
+  };
+  for (const Case& c : cases) EXPECT_EQ(loadResult(c.file), c.result) << c.what;
+  Bytes px;  // missing tiles read as zeros
+  ASSERT_EQ(loadResult(withTiles(16, 16, IL_RLE, tile("RGBA", 0, 0, 7, 15, Bytes(8 * 16 * 4, 0x11))), &px), 0);
+  EXPECT_EQ(px[0] * 1000 + px[8 * 4], 0x11 * 1000);
 }
 
 // ---- interoperability with OpenImageIO ------------------------------------------------------
@@ -469,9 +436,9 @@ namespace {
 const char* kPeer = "/usr/bin/python3 " VORA_TEST_TOOLS "/oiio_pixels.py";
 }
 
-// Must show: RGB and RGBA images of 8 and 16 bits written here with "RLE" read in OpenImageIO
+// RGB and RGBA images of 8 and 16 bits written here with "RLE" read in OpenImageIO
 // with identical pixels.
-TEST(Part1_3_Interop, OursReadInOpenImageIo) {
+TEST(IlTilesLinesInterop, OursReadInOpenImageIo) {
   vt::TempDir d;
   for (int bytes : {1, 2})
     for (int channels : {3, 4}) {
@@ -488,15 +455,15 @@ TEST(Part1_3_Interop, OursReadInOpenImageIo) {
     }
 }
 
-// Must show: images that OpenImageIO writes read identically here, except where its writer departs
+// Images that OpenImageIO writes read identically here, except where its writer departs
 // from the format:
 // - 16-bit RGBA RLE tiles carry alpha's byte planes swapped (OIIO 2.4.7): alpha's high and low
-//   bytes come back exchanged (evidence: fixtures/iff/rgba16_33x20_rle.iff, whose manifest pixels
-//   are the file's content, and the swap below);
+//   bytes come back exchanged (evidence: tests/data/iff/rgba16_33x20_rle.iff, whose reference
+//   pixels are the file's content, and the swap below);
 // - a raw tile whose length is not a multiple of 4 declares its padded length but is written
 //   without the padding (here the 11 x 2 RGB 8-bit corner tile: size 76 for 74 bytes, the chunk
 //   ending 2 bytes past its group); the reader takes what the file holds (FL chunk clamp).
-TEST(Part1_3_Interop, OpenImageIoWrittenReadHere) {
+TEST(IlTilesLinesInterop, OpenImageIoWrittenReadHere) {
   vt::TempDir d;
   for (const char* comp : {"rle", "none"})
     for (int bytes : {1, 2})
@@ -529,7 +496,7 @@ TEST(Part1_3_Interop, OpenImageIoWrittenReadHere) {
       }
 }
 
-TEST(Part1_3_Hostile, RegressionTileSpanningBandsFromTheFuzzer) {
+TEST(IlTilesLinesMalformed, RegressionTileSpanningBandsFromTheFuzzer) {
   for (bool topDown : {false, true}) {
     ILimage* img = ILopen(VORA_TEST_DATA "/iff/bad-tile-spanning-bands.iff", "r");
     ASSERT_NE(img, nullptr);

@@ -35,10 +35,10 @@ bool binds(const char* file, const char* format) {
 
 }  // namespace
 
-// Edge case: with the list name.#.ext, name.####.ext, shot.0012.iff binds the second format under
+// with the list name.#.ext, name.####.ext, shot.0012.iff binds the second format under
 // the regex algorithm ("#" does not accept the leading zero), and atFrame(7) gives the same
 // directory followed by "/" and shot.0007.iff.
-TEST(Part2_5_EdgeCases, LeadingZeroPicksThePaddedFormat) {
+TEST(ImageSequence, LeadingZeroPicksThePaddedFormat) {
   Algorithm regex(false);
   Formats f({"name.#.ext", "name.####.ext"});
   TimageSequence s;
@@ -55,8 +55,8 @@ TEST(Part2_5_EdgeCases, LeadingZeroPicksThePaddedFormat) {
   EXPECT_EQ(o.atFrame(7), Tstring("/shots/a.b/shot.0007.iff"));
 }
 
-// Edge case: the format name.#.ext accepts shot.12.iff and shot.0.iff and rejects shot.012.iff.
-TEST(Part2_5_EdgeCases, UnpaddedFormatAcceptsAndRejects) {
+// the format name.#.ext accepts shot.12.iff and shot.0.iff and rejects shot.012.iff.
+TEST(ImageSequence, UnpaddedFormatAcceptsAndRejects) {
   for (bool old : {false, true}) {
     Algorithm a(old);
     EXPECT_TRUE(binds("shot.12.iff", "name.#.ext")) << old;
@@ -65,8 +65,8 @@ TEST(Part2_5_EdgeCases, UnpaddedFormatAcceptsAndRejects) {
   }
 }
 
-// Edge case: two formats with equal scores: the first in the list wins.
-TEST(Part2_5_EdgeCases, EqualScoresFirstWins) {
+// two formats with equal scores: the first in the list wins.
+TEST(ImageSequence, EqualScoresFirstWins) {
   for (bool old : {false, true}) {
     Algorithm a(old);
     // Both have five groups (regex) / three parts (older) and both bind shot.0012.iff.
@@ -86,10 +86,10 @@ TEST(Part2_5_EdgeCases, EqualScoresFirstWins) {
   EXPECT_EQ(s.atFrame(5), Tstring("./a_b.05.iff"));
 }
 
-// Edge case: a format with no '#', or with two separate '#' runs, never binds (the latter throws
+// a format with no '#', or with two separate '#' runs, never binds (the latter throws
 // inside convertToRegex). Our choice (CLARIFICATIONS): the regex steps as written would bind
 // name.ext against shot.iff; we follow the edge case, so atFrame stays meaningful.
-TEST(Part2_5_EdgeCases, NoHashOrTwoRunsNeverBinds) {
+TEST(ImageSequence, NoHashOrTwoRunsNeverBinds) {
   for (bool old : {false, true}) {
     Algorithm a(old);
     EXPECT_FALSE(binds("shot.iff", "name.ext")) << old;
@@ -110,9 +110,9 @@ TEST(Part2_5_EdgeCases, NoHashOrTwoRunsNeverBinds) {
   EXPECT_EQ(s.atFrame(1), Tstring(""));
 }
 
-// Edge case: with VORA_USE_OLD_IMG_SEQ_ALG set, shot0012.iff against name####.ext binds through the
+// with VORA_USE_OLD_IMG_SEQ_ALG set, shot0012.iff against name####.ext binds through the
 // number at the end of the first part; without dots (shot0012) only a one-part format binds.
-TEST(Part2_5_EdgeCases, OlderAlgorithmNumberAtTheEndOfThePart) {
+TEST(ImageSequence, OlderAlgorithmNumberAtTheEndOfThePart) {
   Algorithm old(true);
   TimageSequence s;
   ASSERT_EQ(s.setFileNameAndFormat("shot0012.iff", "name####.ext"), 2u);
@@ -123,8 +123,8 @@ TEST(Part2_5_EdgeCases, OlderAlgorithmNumberAtTheEndOfThePart) {
   EXPECT_EQ(one.atFrame(13), Tstring("dir/shot0013"));
 }
 
-// Edge case: setOffset(100) makes atFrame(1) produce frame 101.
-TEST(Part2_5_EdgeCases, OffsetIsAdded) {
+// setOffset(100) makes atFrame(1) produce frame 101.
+TEST(ImageSequence, OffsetIsAdded) {
   for (bool old : {false, true}) {
     Algorithm a(old);
     TimageSequence s;
@@ -138,7 +138,7 @@ TEST(Part2_5_EdgeCases, OffsetIsAdded) {
   }
 }
 
-TEST(Part2_5, ConvertToRegexAsThePartGivesIt) {
+TEST(ImageSequence, ConvertToRegexAsThePartGivesIt) {
   int pad = 0;
   EXPECT_EQ(TimageSequence::convertToRegex("name.####.ext", pad),
             Tstring("(.*[^\\.])(\\.)([0-9]{4})(\\.)([a-zA-Z]+)"));
@@ -148,7 +148,7 @@ TEST(Part2_5, ConvertToRegexAsThePartGivesIt) {
   EXPECT_EQ(pad, 1);
 }
 
-TEST(Part2_5, PaddedNumAndWiderFrames) {
+TEST(ImageSequence, PaddedNumAndWiderFrames) {
   TimageSequence s;
   s.setFileNameAndFormat("shot.0012.iff", "name.####.ext");
   EXPECT_EQ(s.paddedNum(7), Tstring("0007"));
@@ -158,7 +158,7 @@ TEST(Part2_5, PaddedNumAndWiderFrames) {
   EXPECT_EQ(s.atFrame(-5), Tstring("./shot.-005.iff"));
 }
 
-TEST(Part2_5, UnboundAndEmptyArgumentsThrow) {
+TEST(ImageSequence, UnboundAndEmptyArgumentsThrow) {
   TimageSequence s;
   EXPECT_EQ(s.atFrame(1), Tstring(""));
   EXPECT_THROW(s.setFileNameAndFormat("", "name.#.ext"), int);
@@ -167,9 +167,9 @@ TEST(Part2_5, UnboundAndEmptyArgumentsThrow) {
   EXPECT_EQ(s.atFrame(1), Tstring(""));  // a failed bind leaves it unbound
 }
 
-// Must show: names with several dots, directories with dots, negative frames, frames wider than
+// names with several dots, directories with dots, negative frames, frames wider than
 // the padding, 10,000-character names, names that are only digits: defined results, no crash.
-TEST(Part2_5, AwkwardNamesHaveDefinedResults) {
+TEST(ImageSequence, AwkwardNamesHaveDefinedResults) {
   for (bool old : {false, true}) {
     Algorithm a(old);
     TimageSequence s;
@@ -206,7 +206,7 @@ TEST(Part2_5, AwkwardNamesHaveDefinedResults) {
   }
 }
 
-TEST(Part2_5, FrameInfoGivesThePattern) {
+TEST(ImageSequence, FrameInfoGivesThePattern) {
   for (bool old : {false, true}) {
     Algorithm a(old);
     TimageSequence s;

@@ -1,9 +1,10 @@
-// Part 4.2: LUT file formats: the trial order, every parser, real files against OpenColorIO.
+// LUT files: the trial order, every parser, real files against OpenColorIO, malformed files.
 #include <gtest/gtest.h>
 #include <vora/colorlut.h>
 
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -65,9 +66,9 @@ std::string cspHeader(const std::string& kind) {
 
 }  // namespace
 
-// Must show: real files of all six formats load as the Part prescribes, with the parser the trial
-// order picks, and agree with OpenColorIO within 1e-5 where it reads them the same way.
-TEST(Part4_2, RealFilesTakenByTheTrialOrderAgreeWithOpenColorIo) {
+// Real files of all six formats load with the parser the trial order picks, and agree with
+// OpenColorIO within 1e-5 where it reads them the same way.
+TEST(LutParsers, RealFilesTakenByTheTrialOrderAgreeWithOpenColorIo) {
   struct Case {
     const char* file;
     const char* parser;  // "" = no parser takes it
@@ -94,9 +95,9 @@ TEST(Part4_2, RealFilesTakenByTheTrialOrderAgreeWithOpenColorIo) {
   }
 }
 
-// Where the Part deliberately differs from OpenColorIO, the tests name each difference.
-TEST(Part4_2, DeliberateDifferencesFromOpenColorIo) {
-  // Integer 1D tables: the Part divides by 2^n (256 for 8-bit values), OpenColorIO by 2^n - 1.
+// Where the parsers deliberately differ from OpenColorIO, each difference is named.
+TEST(LutParsers, DeliberateDifferencesFromOpenColorIo) {
+  // Integer 1D tables divide by 2^n (256 for 8-bit values), OpenColorIO by 2^n - 1.
   for (const char* f : {"discreet_gamma2.2_3x256.lut", "ocio/logtolin_8to8.lut"}) {
     Read r = readFile(kData + f);
     ASSERT_TRUE(r.lut) << f;
@@ -128,7 +129,7 @@ TEST(Part4_2, DeliberateDifferencesFromOpenColorIo) {
   ASSERT_TRUE(lustre.lut);
   EXPECT_EQ(lustre.parser, "TccLutParserTALLOW");
   EXPECT_GT(diffFromOcio(*lustre.lut, "sat12_lustre_9.3dl"), 0.1);
-  // "12to16fp": OpenColorIO takes the Discreet values as 16-bit floats; the Part reads integers
+  // "12to16fp": OpenColorIO takes the Discreet values as 16-bit floats; MORAINE reads integers
   // scaled by 2^n (65536 here).
   Read fp = readFile(kData + "ocio/Test_12to16fp.lut");
   ASSERT_TRUE(fp.lut);
@@ -136,7 +137,7 @@ TEST(Part4_2, DeliberateDifferencesFromOpenColorIo) {
   EXPECT_GT(diffFromOcio(*fp.lut, "Test_12to16fp.lut"), 0.1);
 }
 
-TEST(Part4_2, FilesNoParserTakes) {
+TEST(LutParsers, FilesNoParserTakes) {
   struct Case {
     const char* file;
     const char* why;
@@ -154,140 +155,76 @@ TEST(Part4_2, FilesNoParserTakes) {
   for (const Case& c : cases) EXPECT_FALSE(readFile(kData + c.file).lut) << c.file << ": " << c.why;
 }
 
-// Edge case: a CSP file with CR LF line ends is rejected by the CSP parser and then tried by the
-// other five.
-TEST(Part4_2_EdgeCases, CspWithCrLfIsRejectedAndTheOthersTried) {
-  std::string csp = cspHeader("1D") + "2\n0 0 0\n1 1 1\n";
-  Read lf = readText(csp);
-  ASSERT_TRUE(lf.lut);
-  EXPECT_EQ(lf.parser, "TccLutParserCSP");
-  std::string crlf;
+// Files written in the test: which parser takes each (none: ""), and one value it must give.
+TEST(LutParsers, TrialOrderAndEachParsersRules) {
+  std::string csp = cspHeader("1D") + "2\n0 0 0\n1 1 1\n", crlf;
   for (char c : csp) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
-  EXPECT_FALSE(readText(crlf).lut);  // none of the five takes it either
-  // A CR LF AVID file still parses: its numbers are read with sscanf.
-  Read avid = readText("0 0 0\r\n255 255 255\r\n");
-  ASSERT_TRUE(avid.lut);
-  EXPECT_EQ(avid.parser, "TccLutParserAVID");
-}
-
-// Edge case: an AVID-style file of at least 4913 integer triples is accepted by TALLOW first (a
-// 17 x 17 x 17 cube scaled by 1/4095).
-TEST(Part4_2_EdgeCases, ManyTriplesAreTallowFirst) {
-  std::string text;
-  for (int k = 0; k < 4913; ++k) text += std::to_string(k % 17 * 200) + " 0 4095\n";
-  Read r = readText(text);
-  ASSERT_TRUE(r.lut);
-  EXPECT_EQ(r.parser, "TccLutParserTALLOW");
-  unsigned a, b, c;
-  r.lut->cubeSize(a, b, c);
-  EXPECT_EQ(a, 17u);
-  EXPECT_FLOAT_EQ(r.lut->table()[0].blue, 1.0f);  // 4095 / 4095
-  // Blue varies fastest in the file: line k = 3 is the point (0, 0, 3), cube index 3 x 17 x 17.
-  EXPECT_FLOAT_EQ(r.lut->table()[3 * 17 * 17].red, 600.0f / 4095.0f);
-  Read few = readText("0 0 0\n100 100 100\n");
-  ASSERT_TRUE(few.lut);
-  EXPECT_EQ(few.parser, "TccLutParserAVID");
-}
-
-// Edge case: a MORAINE file whose largest value is 2047 is scaled by 1/4096.
-TEST(Part4_2_EdgeCases, MoraineLargest2047ScaledBy4096) {
-  Read r = readText("# a comment\nLUT: 1 3\n0\n# inside\n1000\n2047\n");
-  ASSERT_TRUE(r.lut);
-  EXPECT_EQ(r.parser, "TccLutParserMORAINE");
-  EXPECT_FLOAT_EQ(r.lut->table()[2].green, 2047.0f / 4096.0f);
-  Read three = readText("LUT: 3 2\n0\n255\n10\n20\n30\n40\n");  // channel by channel
-  ASSERT_TRUE(three.lut);
-  EXPECT_FLOAT_EQ(three.lut->table()[1].red, 255.0f / 256.0f);
-  EXPECT_FLOAT_EQ(three.lut->table()[0].green, 10.0f / 256.0f);
-  EXPECT_FLOAT_EQ(three.lut->table()[1].blue, 40.0f / 256.0f);
-  for (long long m : {255LL, 1023LL, 4095LL, 65535LL, 100LL}) {
-    Read s = readText("LUT: 1 2\n0\n" + std::to_string(m) + "\n");
-    ASSERT_TRUE(s.lut);
-    float d = m == 255 || m == 100 ? 256.0f : m == 1023 ? 1024.0f : m == 4095 ? 4096.0f : 65536.0f;
-    EXPECT_FLOAT_EQ(s.lut->table()[1].red, float(m) / d) << m;
-  }
-  Read zero = readText("LUT: 1 2\n0\n0\n");  // largest 0: our choice, divisor 256
-  ASSERT_TRUE(zero.lut);
-  EXPECT_EQ(zero.lut->table()[1].red, 0.0f);
-  Read empty = readText("LUT: 1 0\n");  // zero entries: an empty table
-  ASSERT_TRUE(empty.lut);
-  EXPECT_EQ(empty.lut->table().size(), 0u);
-}
-
-// Edge case: an ARRICUBE file whose size line gives 1 is rejected.
-TEST(Part4_2_EdgeCases, ArricubeSizeOneIsRejected) {
-  EXPECT_FALSE(readText("TITLE \"x\"\nLUT_3D_SIZE 1\n0 0 0\n").lut);
-  std::string two = "TITLE \"x\"\n# c\nLUT_3D_SIZE 2\n";
-  for (int i = 0; i < 8; ++i) two += "0.5 0.25 1\n# between\n";
-  Read r = readText(two);
-  ASSERT_TRUE(r.lut);
-  EXPECT_EQ(r.parser, "TccLutParserARRICUBE");
-}
-
-// Edge case: IRIDAS data pieces running across line ends in other than multiples of eight
-// characters are read as pieces of the line remainder: a short piece at a line end stands alone.
-TEST(Part4_2_EdgeCases, IridasShortPiecesAtLineEnds) {
-  std::string head = "<?xml version=\"1.0\" ?>\n<look>\n <LUT>\n  <size>\"2\"</size>\n  <data>\n";
-  std::string one = "0000803f", zero = "00000000";
-  std::string data;
-  for (int i = 0; i < 24; ++i) data += (i % 3 == 0) ? one : zero;
-  // All on one line, then the same split after 12 characters: "0000803f0000" + "0000..." pieces.
-  Read whole = readText(head + data + "\n");
-  ASSERT_TRUE(whole.lut);
-  EXPECT_EQ(whole.parser, "TccLutParserIRIDAS");
-  EXPECT_EQ(whole.lut->table()[0].red, 1.0f);
-  // The first line ends in a short piece "0000": it is the value 0 on its own, not joined to the
-  // next line's first characters.
-  std::string second = one;
-  for (int i = 0; i < 21; ++i) second += zero;
-  Read split = readText(head + one + "0000\n" + second + "\n");
-  ASSERT_TRUE(split.lut);
-  EXPECT_EQ(split.lut->table()[0].red, 1.0f);
-  EXPECT_EQ(split.lut->table()[0].green, 0.0f);
-  EXPECT_EQ(split.lut->table()[0].blue, 1.0f);
-}
-
-// Edge case: a TALLOW file whose shaper line ends in 4095 instead of 1023 is rejected.
-TEST(Part4_2_EdgeCases, TallowShaperEndingIn4095IsRejected) {
-  std::string shaper;
+  std::string triples;  // 4913 integer triples: TALLOW before AVID (a 17^3 cube scaled by 1/4095)
+  for (int k = 0; k < 4913; ++k) triples += std::to_string(k % 17 * 200) + " 0 4095\n";
+  std::string shaper, mesh;
   for (int i = 0; i < 16; ++i) shaper += std::to_string(64 * i) + " ";
-  std::string data;
-  for (int k = 0; k < 4913; ++k) data += "0 1 2\n";
-  Read good = readText("3DMESH\nMesh 4 12\n" + shaper + "1023\n" + data);
-  ASSERT_TRUE(good.lut);
-  EXPECT_EQ(good.parser, "TccLutParserTALLOW");
-  Read bad = readText("3DMESH\nMesh 4 12\n" + shaper + "4095\n" + data);
-  // TALLOW refuses; AVID then takes the lines as a 1D table (the shaper's first three integers
-  // read as a triple), as the trial order says.
-  ASSERT_TRUE(bad.lut == nullptr || bad.parser == "TccLutParserAVID");
-  EXPECT_NE(bad.parser, "TccLutParserTALLOW");
+  for (int k = 0; k < 4913; ++k) mesh += "0 1 2\n";
+  std::string cube2 = "TITLE \"x\"\n# c\nLUT_3D_SIZE 2\n";
+  for (int i = 0; i < 8; ++i) cube2 += "0.5 0.25 1\n# between\n";
+  // IRIDAS pieces: a short piece at a line end stands alone, not joined to the next line.
+  std::string look = "<?xml version=\"1.0\" ?>\n<look>\n <LUT>\n  <size>\"2\"</size>\n  <data>\n";
+  std::string one = "0000803f", zero = "00000000", data, second = one;
+  for (int i = 0; i < 24; ++i) data += (i % 3 == 0) ? one : zero;
+  for (int i = 0; i < 21; ++i) second += zero;
+  auto t0 = [](const TccLut& l) { return l.table()[0]; };
+  struct Case {
+    const char* what;
+    std::string text;
+    const char* parser;
+    std::function<float(const TccLut&)> value;
+    float want;
+  } cases[] = {
+      {"CSP with LF", csp, "TccLutParserCSP", nullptr, 0},
+      {"CSP with CR LF: refused by all six", crlf, "", nullptr, 0},
+      {"AVID with CR LF (sscanf)", "0 0 0\r\n255 255 255\r\n", "TccLutParserAVID", nullptr, 0},
+      {"4913 triples", triples, "TccLutParserTALLOW", [&](const TccLut& l) { return t0(l).blue; }, 1.0f},
+      {"4913 triples, blue fastest", triples, "TccLutParserTALLOW", [](const TccLut& l) { return l.table()[3 * 17 * 17].red; }, 600.0f / 4095.0f},
+      {"few triples", "0 0 0\n100 100 100\n", "TccLutParserAVID", nullptr, 0},
+      {"MORAINE largest 2047: / 4096", "# a comment\nLUT: 1 3\n0\n# inside\n1000\n2047\n", "TccLutParserMORAINE", [](const TccLut& l) { return l.table()[2].green; }, 2047.0f / 4096.0f},
+      {"MORAINE channel by channel", "LUT: 3 2\n0\n255\n10\n20\n30\n40\n", "TccLutParserMORAINE", [](const TccLut& l) { return l.table()[1].blue; }, 40.0f / 256.0f},
+      {"MORAINE 1023: / 1024", "LUT: 1 2\n0\n1023\n", "TccLutParserMORAINE", [](const TccLut& l) { return l.table()[1].red; }, 1023.0f / 1024.0f},
+      {"MORAINE 65535: / 65536", "LUT: 1 2\n0\n65535\n", "TccLutParserMORAINE", [](const TccLut& l) { return l.table()[1].red; }, 65535.0f / 65536.0f},
+      {"MORAINE 100: / 256", "LUT: 1 2\n0\n100\n", "TccLutParserMORAINE", [](const TccLut& l) { return l.table()[1].red; }, 100.0f / 256.0f},
+      {"MORAINE largest 0", "LUT: 1 2\n0\n0\n", "TccLutParserMORAINE", [](const TccLut& l) { return l.table()[1].red; }, 0.0f},
+      {"MORAINE zero entries", "LUT: 1 0\n", "TccLutParserMORAINE", [](const TccLut& l) { return float(l.table().size()); }, 0.0f},
+      {"ARRICUBE size 1", "TITLE \"x\"\nLUT_3D_SIZE 1\n0 0 0\n", "", nullptr, 0},
+      {"ARRICUBE size 2 with comments", cube2, "TccLutParserARRICUBE", [&](const TccLut& l) { return t0(l).green; }, 0.25f},
+      {"IRIDAS on one line", look + data + "\n", "TccLutParserIRIDAS", [&](const TccLut& l) { return t0(l).red; }, 1.0f},
+      {"IRIDAS short piece at a line end", look + one + "0000\n" + second + "\n", "TccLutParserIRIDAS", [&](const TccLut& l) { return t0(l).blue; }, 1.0f},
+      {"TALLOW shaper ending 1023", "3DMESH\nMesh 4 12\n" + shaper + "1023\n" + mesh, "TccLutParserTALLOW", nullptr, 0},
+      {"TALLOW shaper ending 4095: refused by all", "3DMESH\nMesh 4 12\n" + shaper + "4095\n" + mesh, "", nullptr, 0},
+      {"CSP 2D", cspHeader("2D"), "", nullptr, 0},
+  };
+  for (const Case& c : cases) {
+    Read r = readText(c.text);
+    EXPECT_EQ(r.parser, c.parser) << c.what;
+    EXPECT_EQ(bool(r.lut), *c.parser != 0) << c.what;
+    if (r.lut && c.value) EXPECT_FLOAT_EQ(c.value(*r.lut), c.want) << c.what;
+  }
 }
 
-TEST(Part4_2, CspMetadataCommentsAndOneDimensional) {
+TEST(LutParsers, CspMetadataCommentsAndOneDimensional) {
   std::string text = "CSPLUTV100\n1D\nBEGIN METADATA\nanything 1 2 3\nEND METADATA\n"
                      "3\n0 0.5 1\n0 0.25 1\n0\nnone\nnone\n2\n0 1\n0 1\n# a comment\n3\n0 0 0\n0.5 0.5 0.5\n1 1 1\n";
   Read r = readText(text);
   ASSERT_TRUE(r.lut);
-  EXPECT_EQ(r.parser, "TccLutParserCSP");
   EXPECT_EQ(r.lut->kind(), uint32_t(TccLut::kTable));
-  EXPECT_EQ(r.lut->preLut(0).size(), 3u);
-  EXPECT_EQ(r.lut->preLut(1).size(), 0u);  // a count of 0: empty, its value lines consumed
-  EXPECT_FLOAT_EQ(at(*r.lut, 0.5f, 0.5f, 0.5f).red, 0.25f);  // through the red pre-LUT
-  EXPECT_FALSE(readText(cspHeader("2D")).lut);
-}
-
-TEST(Part4_2, ExtensionsAndClosedStream) {
-  kt::set<Tstring> x = TccLutFile::getExtensions();
-  EXPECT_EQ(x, (kt::set<Tstring>{"3dl", "csp", "cube", "look", "lut"}));
-  TfileStream closed;
+  EXPECT_EQ(r.lut->preLut(0).size() * 10 + r.lut->preLut(1).size(), 30u);  // a count of 0: empty
+  EXPECT_FLOAT_EQ(at(*r.lut, 0.5f, 0.5f, 0.5f).red, 0.25f);                // through the red pre-LUT
+  EXPECT_EQ(TccLutFile::getExtensions(), (kt::set<Tstring>{"3dl", "csp", "cube", "look", "lut"}));
+  TfileStream closed, missing("/nonexistent/x.cube");
   EXPECT_EQ(TccLutFile::read(closed), nullptr);
-  TfileStream missing("/nonexistent/x.cube");
   EXPECT_EQ(TccLutFile::read(missing), nullptr);
 }
 
-// Must show: hostile input: empty files, binary garbage, huge declared sizes, NaN and infinite
+// Empty files, binary garbage, huge declared sizes, NaN and infinite
 // values, missing lines: read returns null without crashing or allocating more than the file holds.
-TEST(Part4_2_Hostile, GarbageAndHugeSizes) {
+TEST(LutParsersMalformed, GarbageAndHugeSizes) {
   EXPECT_FALSE(readText("").lut);
   std::string garbage;
   for (int i = 0; i < 5000; ++i) garbage += char((i * 7919) % 256);
@@ -304,7 +241,7 @@ TEST(Part4_2_Hostile, GarbageAndHugeSizes) {
   EXPECT_FALSE(readText("LUT_3D_SIZE 2\n1 2 3\n").lut);  // missing lines
 }
 
-TEST(Part4_2_Hostile, NanAndInfiniteValuesGiveDefinedResults) {
+TEST(LutParsersMalformed, NanAndInfiniteValuesGiveDefinedResults) {
   std::string cube = "LUT_3D_SIZE 2\n";
   for (int i = 0; i < 8; ++i) cube += i % 2 ? "nan inf -inf\n" : "0.5 0.5 0.5\n";
   Read r = readText(cube);

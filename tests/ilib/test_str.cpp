@@ -7,18 +7,18 @@
 #include <string>
 #include <vector>
 
-// Edge case: STR_hash("a", 1023) is 97; STR_hash("ab", 1023) is (97 * 33 + 98) mod 1023 = 230.
-TEST(Part1_6_EdgeCases, HashOfAIs97AndOfAbIs230) {
+// STR_hash("a", 1023) is 97; STR_hash("ab", 1023) is (97 * 33 + 98) mod 1023 = 230.
+TEST(Str, HashOfAIs97AndOfAbIs230) {
   EXPECT_EQ(STR_hash("a", 1023), 97u);
   EXPECT_EQ(STR_hash("ab", 1023), 230u);
 }
 
-TEST(Part1_6, HashNullOrEmptyIsZero) {
+TEST(Str, HashNullOrEmptyIsZero) {
   EXPECT_EQ(STR_hash(nullptr, 1023), 0u);
   EXPECT_EQ(STR_hash("", 1023), 0u);
 }
 
-TEST(Part1_6, HashTakesBytesAsSignedChars) {
+TEST(Str, HashTakesBytesAsSignedChars) {
   // 0xE9 as a signed char is -23: h = 97 * 33 - 23 = 3178, 3178 mod 1023 = 109.
   EXPECT_EQ(STR_hash("a\xE9", 1023), 109u);
   // Wraps in 32-bit unsigned arithmetic: long texts stay well defined.
@@ -28,9 +28,9 @@ TEST(Part1_6, HashTakesBytesAsSignedChars) {
   EXPECT_EQ(STR_hash(longText.c_str(), 1023), h % 1023);
 }
 
-// Edge case: STR_define twice of the same text returns the same pointer; one STR_undefine leaves
+// STR_define twice of the same text returns the same pointer; one STR_undefine leaves
 // it alive, the second frees it.
-TEST(Part1_6_EdgeCases, DefineTwiceSamePointerUndefineTwiceFrees) {
+TEST(Str, DefineTwiceSamePointerUndefineTwiceFrees) {
   std::string text = "shared-edge-case-text";
   char* a = STR_define(text.c_str());
   char* b = STR_define(text.c_str());
@@ -51,12 +51,12 @@ TEST(Part1_6_EdgeCases, DefineTwiceSamePointerUndefineTwiceFrees) {
   EXPECT_EQ(STR_undefine(text.c_str()), 0);
 }
 
-TEST(Part1_6, UndefineUnknownIsIgnored) {
+TEST(Str, UndefineUnknownIsIgnored) {
   EXPECT_EQ(STR_undefine("never-defined-here"), 0);
   EXPECT_EQ(STR_undefine(nullptr), 0);
 }
 
-TEST(Part1_6, UndefineArrayUndefinesEachAndFreesArray) {
+TEST(Str, UndefineArrayUndefinesEachAndFreesArray) {
   char** arr = static_cast<char**>(malloc(3 * sizeof(char*)));
   arr[0] = STR_define("arr-one");
   arr[1] = STR_define("arr-two");
@@ -70,7 +70,7 @@ TEST(Part1_6, UndefineArrayUndefinesEachAndFreesArray) {
   STR_undefine_array(nullptr);
 }
 
-TEST(Part1_6, CompareSignedBytesAndNulls) {
+TEST(Str, CompareSignedBytesAndNulls) {
   EXPECT_EQ(STR_compare("abc", "abc"), 0);
   EXPECT_EQ(STR_compare("abd", "abc"), 1);
   EXPECT_EQ(STR_compare("ab", "abc"), -'c');
@@ -81,7 +81,7 @@ TEST(Part1_6, CompareSignedBytesAndNulls) {
   EXPECT_EQ(STR_compare(nullptr, s), int(int32_t(-intptr_t(s))));
 }
 
-TEST(Part1_6, NCompareAlwaysComparesOneByte) {
+TEST(Str, NCompareAlwaysComparesOneByte) {
   EXPECT_EQ(STR_n_compare("abc", "abd", 2), 0);
   EXPECT_EQ(STR_n_compare("abc", "abd", 3), -1);
   EXPECT_EQ(STR_n_compare("xbc", "abd", 0), 'x' - 'a');  // deliberate: n <= 1 compares one
@@ -89,7 +89,7 @@ TEST(Part1_6, NCompareAlwaysComparesOneByte) {
   EXPECT_EQ(STR_n_compare("abc", "abd", 1), 0);
 }
 
-TEST(Part1_6, LengthMoreSave) {
+TEST(Str, LengthMoreSave) {
   EXPECT_EQ(STR_length(nullptr), 0);
   EXPECT_EQ(STR_length("four"), 4);
   char* e = STR_more(nullptr, 5);
@@ -111,15 +111,15 @@ TEST(Part1_6, LengthMoreSave) {
   free(neg);
 }
 
-// Edge case: STR_extension of a name without '.' is null, STR_tail of a name without '/' is the
+// STR_extension of a name without '.' is null, STR_tail of a name without '/' is the
 // name.
-TEST(Part1_6_EdgeCases, ExtensionWithoutDotIsNullTailWithoutSlashIsName) {
+TEST(Str, ExtensionWithoutDotIsNullTailWithoutSlashIsName) {
   EXPECT_EQ(STR_extension("name"), nullptr);
   const char* n = "name";
   EXPECT_EQ(STR_tail(n), n);
 }
 
-TEST(Part1_6, ExtensionRootTailHead) {
+TEST(Str, ExtensionRootTailHead) {
   EXPECT_STREQ(STR_extension("a/b.c/file.iff"), "iff");
   EXPECT_STREQ(STR_extension("dir.d/file"), "d/file");  // a '.' in a directory counts too
   char root[] = "shot.0001.iff";
@@ -135,7 +135,7 @@ TEST(Part1_6, ExtensionRootTailHead) {
   EXPECT_STREQ(STR_head(rooted), "/");
 }
 
-TEST(Part1_6, SkipAndFindSpace) {
+TEST(Str, SkipAndFindSpace) {
   EXPECT_STREQ(STR_skip_space("  \t x y"), "x y");
   EXPECT_STREQ(STR_find_space("abc def"), " def");
   EXPECT_STREQ(STR_find_space(" abc def"), " def");  // the search starts after the first byte
@@ -145,8 +145,8 @@ TEST(Part1_6, SkipAndFindSpace) {
   EXPECT_EQ(STR_find_space(empty), empty);
 }
 
-// Edge case: STR_is_numeric of an empty text is false.
-TEST(Part1_6_EdgeCases, IsNumericOfEmptyIsFalse) {
+// STR_is_numeric of an empty text is false.
+TEST(Str, IsNumericOfEmptyIsFalse) {
   EXPECT_FALSE(STR_is_numeric(""));
   EXPECT_FALSE(STR_is_numeric(nullptr));
   EXPECT_TRUE(STR_is_numeric("0123"));
@@ -154,7 +154,7 @@ TEST(Part1_6_EdgeCases, IsNumericOfEmptyIsFalse) {
   EXPECT_FALSE(STR_is_numeric("-1"));
 }
 
-TEST(Part1_6, ParseSplitsInPlace) {
+TEST(Str, ParseSplitsInPlace) {
   char text[] = "  one two\tthree\n";
   char** words = STR_parse(text);
   ASSERT_NE(words, nullptr);
@@ -182,7 +182,7 @@ TEST(Part1_6, ParseSplitsInPlace) {
   free(lots);
 }
 
-TEST(Part1_6, FindStringAndSort) {
+TEST(Str, FindStringAndSort) {
   char a[] = "pear", b[] = "apple", c[] = "fig", d[] = "apple";
   char* arr[] = {a, b, c, d, nullptr};
   EXPECT_EQ(STR_find_string(arr, "apple"), &arr[1]);

@@ -25,15 +25,15 @@ TscLutColor run(const TccLut& l, float r, float g, float b) {
 
 }  // namespace
 
-// Edge case: a pre-LUT with a single point maps every input to that point's output.
-TEST(Part4_1_EdgeCases, SinglePointPreLutMapsEverythingToItsOutput) {
+// a pre-LUT with a single point maps every input to that point's output.
+TEST(Lut, SinglePointPreLutMapsEverythingToItsOutput) {
   TccLut gamma(1, 1, 1);
   gamma.setPreLUT({{0.3f, 0.25f}});
   for (float x : {-5.0f, 0.0f, 0.3f, 0.9f, 12.0f}) EXPECT_FLOAT_EQ(run(gamma, x, x, x).green, 0.25f) << x;
 }
 
-// Edge case: a pre-LUT given out of order is evaluated as if given sorted.
-TEST(Part4_1_EdgeCases, UnsortedPreLutIsSorted) {
+// a pre-LUT given out of order is evaluated as if given sorted.
+TEST(Lut, UnsortedPreLutIsSorted) {
   TccLut a(1, 1, 1), b(1, 1, 1);
   a.setPreLUT({{1.0f, 0.0f}, {0.0f, 1.0f}, {0.5f, 0.2f}});
   b.setPreLUT({{0.0f, 1.0f}, {0.5f, 0.2f}, {1.0f, 0.0f}});
@@ -42,8 +42,8 @@ TEST(Part4_1_EdgeCases, UnsortedPreLutIsSorted) {
   EXPECT_EQ(a.preLut(0).front().first, 0.0f);
 }
 
-// Edge case: an input of exactly 1.0 on a cube of size N reads the last lattice point exactly.
-TEST(Part4_1_EdgeCases, ExactlyOneReadsTheLastLatticePoint) {
+// an input of exactly 1.0 on a cube of size N reads the last lattice point exactly.
+TEST(Lut, ExactlyOneReadsTheLastLatticePoint) {
   kt::vector<TscLutColor> t;
   for (int i = 0; i < 27; ++i) t.emplace_back(float(i), float(i * 2), float(i * 3), float(i * 4));
   TccLut cube(3, 3, 3, t);
@@ -54,8 +54,8 @@ TEST(Part4_1_EdgeCases, ExactlyOneReadsTheLastLatticePoint) {
   EXPECT_EQ(e.red, 2.0f);
 }
 
-// Edge case: inputs outside [0, 1] (after the pre-LUT) are clamped; pow(0, gamma) gives 0.
-TEST(Part4_1_EdgeCases, ClampBeforeLookupAndGammaOfZero) {
+// inputs outside [0, 1] (after the pre-LUT) are clamped; pow(0, gamma) gives 0.
+TEST(Lut, ClampBeforeLookupAndGammaOfZero) {
   TccLut gamma(2.2f, 0.5f, 1.0f);
   TscLutColor o = run(gamma, -3.0f, 4.0f, 0.25f);
   EXPECT_EQ(o.red, 0.0f);
@@ -75,9 +75,9 @@ TEST(Part4_1_EdgeCases, ClampBeforeLookupAndGammaOfZero) {
   EXPECT_EQ(run(pre, 0.1f, 0.9f, 0.5f).green, 1.0f);
 }
 
-// Edge case: PreTransform of 0 gives (log10(1.17549435e-38 / 0.9) x 300 + 685) / 1023 with the
+// PreTransform of 0 gives (log10(1.17549435e-38 / 0.9) x 300 + 685) / 1023 with the
 // defaults, about -10.44; it is not clamped.
-TEST(Part4_1_EdgeCases, PreTransformOfZero) {
+TEST(Lut, PreTransformOfZero) {
   TscLutLin2LogPreTransform t;
   TscLutColor o(5, 5, 5, 5);
   EXPECT_TRUE(t.PreTransform(TscLutColor(0.0f, 0.9f, 9.0f, 1.0f), o));
@@ -92,8 +92,8 @@ TEST(Part4_1_EdgeCases, PreTransformOfZero) {
   EXPECT_FLOAT_EQ(n.red, want);  // negative: the same floor
 }
 
-// Edge case: TscLutLin2LogPreTransform(0, 0, 0) stores (0.1, 1.0, 0.1).
-TEST(Part4_1_EdgeCases, PreTransformGuards) {
+// TscLutLin2LogPreTransform(0, 0, 0) stores (0.1, 1.0, 0.1).
+TEST(Lut, PreTransformGuards) {
   TscLutLin2LogPreTransform t(0, 0, 0);
   EXPECT_FLOAT_EQ(t.filmGamma(), 0.1f);
   EXPECT_FLOAT_EQ(t.refCode(), 1.0f);
@@ -106,7 +106,7 @@ TEST(Part4_1_EdgeCases, PreTransformGuards) {
   EXPECT_FLOAT_EQ(w.refCode(), 500.0f);
 }
 
-TEST(Part4_1, OneDimensionalTablePerChannel) {
+TEST(Lut, OneDimensionalTablePerChannel) {
   kt::vector<TscLutColor> t = {{0, 10, 100, 0}, {1, 20, 200, 0}, {3, 40, 300, 0}};
   TccLut l(t);
   EXPECT_TRUE(t.empty());  // taken over
@@ -117,7 +117,7 @@ TEST(Part4_1, OneDimensionalTablePerChannel) {
   EXPECT_EQ(o.fourth, -9.0f);
 }
 
-TEST(Part4_1, TrilinearInTheFixedOrder) {
+TEST(Lut, TrilinearInTheFixedOrder) {
   std::mt19937 rng(5);
   kt::vector<TscLutColor> t;
   for (int i = 0; i < 2 * 3 * 4; ++i) t.emplace_back(float(rng() % 1000) / 7, float(rng() % 1000) / 3, float(rng() % 1000), 1);
@@ -135,7 +135,7 @@ TEST(Part4_1, TrilinearInTheFixedOrder) {
   EXPECT_EQ(run(cube, v[0], v[1], v[2]).green, want);  // bit for bit
 }
 
-TEST(Part4_1, ValueSemanticsAndPreLutFlag) {
+TEST(Lut, ValueSemanticsAndPreLutFlag) {
   TccLut a = identityCube(3);
   a.setPreLUT({{0.0f, 0.0f}, {2.0f, 1.0f}});
   EXPECT_TRUE(a.preLutOutOfRange());
@@ -152,7 +152,7 @@ TEST(Part4_1, ValueSemanticsAndPreLutFlag) {
   EXPECT_TRUE(g.preLutOutOfRange());
 }
 
-TEST(Part4_1, PreLutBinarySearchOnManyPoints) {
+TEST(Lut, PreLutBinarySearchOnManyPoints) {
   TccLut::Curve c;
   for (int i = 0; i <= 1023; ++i) c.emplace_back(float(i) / 1023.0f, std::sqrt(float(i) / 1023.0f));
   for (float x : {0.001f, 0.25f, 0.5f, 0.999f}) {
@@ -165,7 +165,7 @@ TEST(Part4_1, PreLutBinarySearchOnManyPoints) {
   EXPECT_EQ(TccLut::applyPreLut(0.7f, {}), 0.7f);
 }
 
-TEST(Part4_1, NaNInputsAreDefined) {
+TEST(Lut, NaNInputsAreDefined) {
   TccLut cube = identityCube(4);
   TscLutColor o = run(cube, NAN, 0.5f, 0.5f);
   EXPECT_EQ(o.red, 0.0f);  // taken as 0 (our guard: the index must stay defined)

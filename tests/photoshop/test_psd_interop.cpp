@@ -52,7 +52,7 @@ std::unique_ptr<TpsdFile> openDoc(const std::string& name) {
 
 }  // namespace
 
-TEST(Part3_1_Fixtures, LayerRecordsEqualWhatTheMakingProgramWrote) {
+TEST(PsdInterop, LayerRecordsEqualWhatTheMakingProgramWrote) {
   for (const auto& row : table("layers.tsv")) {
     auto doc = openDoc(row[0]);
     ASSERT_TRUE(doc->readAllLayerRecordInformation()) << row[0] << ": " << doc->lastReadError().str();
@@ -81,7 +81,7 @@ TEST(Part3_1_Fixtures, LayerRecordsEqualWhatTheMakingProgramWrote) {
   }
 }
 
-TEST(Part3_1_Fixtures, LayerCountsNamesAndSets) {
+TEST(PsdInterop, LayerCountsNamesAndSets) {
   auto doc = openDoc("agpsd_layers_rle.psd");
   TstringArray names, sets;
   EXPECT_EQ(getLayerNames(doc.get(), names), kSuccess);
@@ -115,7 +115,7 @@ TEST(Part3_1_Fixtures, LayerCountsNamesAndSets) {
 
 // Every channel of every layer, decoded by Part 3.2, equals psd-tools' decode - except the 16-bit
 // run-length channels, which Part 3.2 decodes with its deliberate two-byte header rule.
-TEST(Part3_1_Fixtures, DecodedLayerChannelsEqualPsdTools) {
+TEST(PsdInterop, DecodedLayerChannelsEqualPsdTools) {
   std::map<std::string, std::unique_ptr<TpsdFile>> docs;
   int compared = 0, sixteenBitRle = 0;
   for (const auto& row : table("channels.tsv")) {
@@ -140,7 +140,7 @@ TEST(Part3_1_Fixtures, DecodedLayerChannelsEqualPsdTools) {
   EXPECT_EQ(sixteenBitRle, 11);             // im_rgb16: 3 + 4 + 4 channels
 }
 
-TEST(Part3_1_Fixtures, StoredCompositeEqualsPsdTools) {
+TEST(PsdInterop, StoredCompositeEqualsPsdTools) {
   std::map<std::string, std::unique_ptr<TpsdFile>> docs;
   std::map<std::string, TrgbaData> composites;
   for (const auto& row : table("channels.tsv")) {
@@ -163,7 +163,7 @@ TEST(Part3_1_Fixtures, StoredCompositeEqualsPsdTools) {
 
 // vimg psd: the structure as text and JSON; extracted pixels read back by OpenImageIO equal the
 // fixtures' reference decodes (psd-tools), layer and composite.
-TEST(Part3_1_Fixtures, VimgPsdInfoAndExtract) {
+TEST(PsdInterop, VimgPsdInfoAndExtract) {
   const std::string doc = kDir + "agpsd_layers_rle.psd";
   std::string out;
   ASSERT_EQ(vt::vimg("psd info " + doc, &out), 0) << out;
@@ -228,7 +228,7 @@ vt::Bytes interleave(TpixelData16& px, bool alpha) {
 
 // Documents made here by ImageMagick (raw and run-length, 8 and 16 bits): records, and layer and
 // composite pixels equal to what ImageMagick put in (its own raw dumps of the inputs).
-TEST(Part3_1_Fixtures, ImageMagickDocumentsMadeHere) {
+TEST(PsdInterop, ImageMagickDocumentsMadeHere) {
   vt::TempDir dir;
   auto sh = [&](const std::string& cmd) { ASSERT_EQ(vt::run("cd '" + dir.dir() + "' && " + cmd + " 2>&1"), 0) << cmd; };
   sh("convert -size 32x24 gradient:'#ff0000-#0000ff' bg.png");
@@ -267,7 +267,7 @@ TEST(Part3_1_Fixtures, ImageMagickDocumentsMadeHere) {
 // A document made here with ag-psd (tests/tools/make_agpsd.js): effects and adjustment layers
 // raise exactly the Part's warnings from the keys ag-psd writes ("lrFX" is not "lrfx", "levl" is
 // not "lev1": deliberate), a closed set, and the pixels the script put in.
-TEST(Part3_1_Fixtures, AgPsdEffectsAndAdjustmentLayers) {
+TEST(PsdInterop, AgPsdEffectsAndAdjustmentLayers) {
   TpsdFileWarning::instance().clear();
   auto doc = openDoc("agpsd_effects_adjust.psd");
   ASSERT_EQ(doc->readAllChannelData(), 0) << doc->lastReadError().str();

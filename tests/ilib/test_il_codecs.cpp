@@ -43,22 +43,22 @@ Bytes range(int from, int count) {
 
 }  // namespace
 
-TEST(Part1_2, RleExactBytesRunsAndLiteralsSplitAt128) {
+TEST(IlCodecs, RleExactBytesRunsAndLiteralsSplitAt128) {
   Bytes s = vt::cat({repeat('A', 150), range(100, 150)});
   Bytes expect = vt::cat({{0xFF, 'A'}, {0x95, 'A'}, {0x7F}, range(100, 128), {0x15}, range(228, 22)});
   EXPECT_EQ(vt::hex(packStream(s)), vt::hex(expect));
 }
 
-// Edge case: two equal bytes at the start of a stream form a run of 2; two equal bytes inside a
+// two equal bytes at the start of a stream form a run of 2; two equal bytes inside a
 // literal stay in the literal.
-TEST(Part1_2_EdgeCases, TwoEqualBytesAtStartRunInsideLiteralStay) {
+TEST(IlCodecs, TwoEqualBytesAtStartRunInsideLiteralStay) {
   Bytes s = vt::cat({{5, 5}, {1, 2, 2, 3}, range(20, 120), repeat(9, 74)});
   Bytes expect = vt::cat({{0x81, 5}, {0x7B, 1, 2, 2, 3}, range(20, 120), {0xC9, 9}});
   EXPECT_EQ(vt::hex(packStream(s)), vt::hex(expect));
 }
 
-// Edge case: a block whose "RLE" form would be 127 bytes or less is written raw.
-TEST(Part1_2_EdgeCases, RleFormUnder128BytesIsWrittenRaw) {
+// a block whose "RLE" form would be 127 bytes or less is written raw.
+TEST(IlCodecs, RleFormUnder128BytesIsWrittenRaw) {
   Bytes s = repeat(7, 4000);  // 32 runs: 64 packed bytes
   Bytes out = packStream(s);
   EXPECT_EQ(out.size(), 4000u);
@@ -70,9 +70,9 @@ TEST(Part1_2_EdgeCases, RleFormUnder128BytesIsWrittenRaw) {
   EXPECT_EQ(packStream(vt::cat({t, repeat(200, 100)})).size(), 128u);
 }
 
-// Edge case: no run covers more than 128 bytes (0xFF at most), no literal more than 128 (0x7F);
+// no run covers more than 128 bytes (0xFF at most), no literal more than 128 (0x7F);
 // a packed result that would reach the raw size is replaced by the raw data.
-TEST(Part1_2_EdgeCases, PacketLimitsAndRawWhenNotSmaller) {
+TEST(IlCodecs, PacketLimitsAndRawWhenNotSmaller) {
   std::mt19937 rng(7);
   Bytes s;
   for (int i = 0; i < 5000; ++i) {
@@ -98,8 +98,8 @@ TEST(Part1_2_EdgeCases, PacketLimitsAndRawWhenNotSmaller) {
   EXPECT_EQ(packStream(noise), noise);
 }
 
-// Edge case: for 16-bit data, all high bytes of every slot come before all low bytes.
-TEST(Part1_2_EdgeCases, SixteenBitHighPlanesBeforeLowPlanes) {
+// for 16-bit data, all high bytes of every slot come before all low bytes.
+TEST(IlCodecs, SixteenBitHighPlanesBeforeLowPlanes) {
   const uint16_t px[4] = {0x1122, 0x3344, 0x5566, 0x7788};  // memory order B, G, R, A
   Bytes pixels(1024 * 8);
   for (size_t i = 0; i < 1024; ++i) memcpy(&pixels[i * 8], px, 8);
@@ -109,7 +109,7 @@ TEST(Part1_2_EdgeCases, SixteenBitHighPlanesBeforeLowPlanes) {
   EXPECT_EQ(vt::hex(packWith(ILpackrle, desc(1024, 1, 2, 15, 4), pixels)), vt::hex(expect));
 }
 
-TEST(Part1_2, NoneIsPixelInterleavedInSlotOrderWithLookups) {
+TEST(IlCodecs, NoneIsPixelInterleavedInSlotOrderWithLookups) {
   // Memory B G R A; rotated slots 0 A, 1 B, 2 G, 3 R; RGB only (mask 14) writes B G R.
   Bytes pixels = {1, 2, 3, 4, 5, 6, 7, 8};
   ILpackdesc d = desc(2, 1, 1, 14, 4);
@@ -132,7 +132,7 @@ TEST(Part1_2, NoneIsPixelInterleavedInSlotOrderWithLookups) {
   EXPECT_EQ(vt::hex(packWith(ILpack, desc(1, 1, 4, 1, 1), pz)), "3f800000");
 }
 
-TEST(Part1_2, QrlExactBytesAndSlotThreeReadsBackZero) {
+TEST(IlCodecs, QrlExactBytesAndSlotThreeReadsBackZero) {
   // Six BGRA pixels: four equal, then two different.
   Bytes pixels = vt::cat({{1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {5, 6, 7, 8},
                           {9, 10, 11, 12}});
@@ -147,7 +147,7 @@ TEST(Part1_2, QrlExactBytesAndSlotThreeReadsBackZero) {
                                            {1, 2, 0, 4}, {5, 6, 0, 8}, {9, 10, 0, 12}})));
 }
 
-TEST(Part1_2, Qr4ExactBytes) {
+TEST(IlCodecs, Qr4ExactBytes) {
   Bytes pixels = vt::cat({{1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {5, 6, 7, 8},
                           {9, 10, 11, 12}});
   ILpackdesc d = desc(6, 1, 1, 15, 4);
@@ -164,7 +164,7 @@ TEST(Part1_2, Qr4ExactBytes) {
   EXPECT_EQ(packWith(ILpackqrl, alpha, pixels), packWith(ILpackrle, alpha, pixels));
 }
 
-TEST(Part1_2, RotationsAreDeliberatelyAsymmetricForFourByteElements) {
+TEST(IlCodecs, RotationsAreDeliberatelyAsymmetricForFourByteElements) {
   uint8_t one[8] = {1, 2, 3, 4, 5, 6, 7, 8};
   ILpackdesc d = desc(2, 1, 1, 15, 4);
   ConvertBGRAtoABGR(&d, one);
@@ -184,7 +184,7 @@ TEST(Part1_2, RotationsAreDeliberatelyAsymmetricForFourByteElements) {
   EXPECT_EQ(p3[0], 1);
 }
 
-TEST(Part1_2, DecodersFailWith23OnOverrun) {
+TEST(IlCodecs, DecodersFailWith23OnOverrun) {
   ILpackdesc d = desc(200, 1, 1, 1, 1);
   Bytes pixels(200);
   Bytes bad = {0xFF, 1, 0xFF, 1};  // 256 bytes for a 200-byte plane
@@ -206,7 +206,7 @@ TEST(Part1_2, DecodersFailWith23OnOverrun) {
 }
 
 // Round trips of every codec, 8 and 16 bits, several masks, with a row pitch wider than the block.
-TEST(Part1_2, RoundTripsEveryCodecWithPitch) {
+TEST(IlCodecs, RoundTripsEveryCodecWithPitch) {
   std::mt19937 rng(3);
   struct Codec {
     ILpacker pack;
@@ -250,7 +250,7 @@ TEST(Part1_2, RoundTripsEveryCodecWithPitch) {
         }
 }
 
-TEST(Part1_2, SixteenBitFileReadAsBytesKeepsTheHighByte) {
+TEST(IlCodecs, SixteenBitFileReadAsBytesKeepsTheHighByte) {
   uint16_t px[4] = {0x1122, 0x3344, 0x5566, 0x7788};
   Bytes pixels(300 * 8);
   for (size_t i = 0; i < 300; ++i) memcpy(&pixels[i * 8], px, 8);
@@ -265,7 +265,7 @@ TEST(Part1_2, SixteenBitFileReadAsBytesKeepsTheHighByte) {
   }
 }
 
-TEST(Part1_2, QrlRowsWiderThan4096AreCodedWhole) {
+TEST(IlCodecs, QrlRowsWiderThan4096AreCodedWhole) {
   // One row of 5000 equal pixels: runs of 128 across the whole row, then the alpha row.
   const uint32_t w = 5000;
   Bytes pixels;
@@ -280,7 +280,7 @@ TEST(Part1_2, QrlRowsWiderThan4096AreCodedWhole) {
   EXPECT_EQ(vt::hex(Bytes(back.begin() + 4095 * 4, back.begin() + 4097 * 4)), "0102000401020004");
 }
 
-TEST(Part1_2, DescriptorsTheCodecsCannotServeAreRefused) {
+TEST(IlCodecs, DescriptorsTheCodecsCannotServeAreRefused) {
   Bytes px(64), out(64);
   ILpackdesc d = desc(4, 1, 1, 15, 2);  // four slots in a two-element pixel
   d.packed = 16;
