@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <vora/ilib.h>
 
+#include <array>
 #include <cstring>
 #include <random>
 #include <string>
@@ -177,17 +178,12 @@ TEST(IlTilesLines, OpenImageIoFixturesDecodeToTheReferencePixels) {
 TEST(IlTilesLines, TileOrderOf100x70) {
   vt::TempDir d;
   Bytes px = picture(100, 70, 1, 1);
-  ASSERT_EQ(writeImage(d.path("t.iff"), 100, 70, 1, 3, IL_RLE, false, px, nullptr), 0);
-  auto rectsOnly = [](std::vector<std::vector<int>> r) {
-    for (auto& v : r) v.resize(4);
-    return r;
-  };
-  std::vector<std::vector<int>> want = {{0, 0, 63, 63}, {64, 0, 99, 63}, {0, 64, 63, 69}, {64, 64, 99, 69}};
-  EXPECT_EQ(rectsOnly(tileRects(d.path("t.iff"))), want);
-  // Top-down the top band comes first.
-  ASSERT_EQ(writeImage(d.path("u.iff"), 100, 70, 1, 3, IL_RLE, true, px, nullptr), 0);
-  std::vector<std::vector<int>> top = {{0, 6, 63, 69}, {64, 6, 99, 69}, {0, 0, 63, 5}, {64, 0, 99, 5}};
-  EXPECT_EQ(rectsOnly(tileRects(d.path("u.iff"))), top);
+  for (bool topDown : {false, true}) {  // top-down, the top band comes first
+    ASSERT_EQ(writeImage(d.path("t.iff"), 100, 70, 1, 3, IL_RLE, topDown, px, nullptr), 0);
+    std::string rects;
+    for (const auto& r : tileRects(d.path("t.iff"))) rects += std::to_string(r[0]) + "," + std::to_string(r[1]) + "-" + std::to_string(r[2]) + "," + std::to_string(r[3]) + " ";
+    EXPECT_EQ(rects, topDown ? "0,6-63,69 64,6-99,69 0,0-63,5 64,0-99,5 " : "0,0-63,63 64,0-99,63 0,64-63,69 64,64-99,69 ");
+  }
 }
 
 // Writing the last line ends the TBMP group; a further ILwritetile gives 107.
@@ -243,65 +239,41 @@ TEST(IlTilesLines, RoundTripMatrix) {
             bool depth = type & IL_ZBUFFER;
             std::string p = d.path("r.iff");
             ASSERT_EQ(writeImage(p, w, h, bytes, type, compress, topDown, px, depth ? &z : nullptr), 0);
-            Bytes want = expected(px, w, bytes, type, compress, p);
-            Bytes back;
+            Bytes want = expected(px, w, bytes, type, compress, p), back;
             std::vector<float> zb;
-            std::string what = std::to_string(w) + "x" + std::to_string(h) + " bytes " + std::to_string(bytes) +
-                               " type " + std::to_string(type) + " comp " + std::to_string(compress) +
-                               (topDown ? " top-down" : "");
-            ASSERT_EQ(readImage(p, bytes, false, false, &back, depth ? &zb : nullptr), 0) << what;
-            auto head = [](const Bytes& b) { return vt::hex(Bytes(b.begin(), b.begin() + long(std::min<size_t>(32, b.size())))); };
-            ASSERT_EQ(head(back), head(want)) << what;
-            ASSERT_TRUE(back == want) << what;
-            if (depth) {
-              ASSERT_TRUE(zb == z) << what;
-            }
+            SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + " bytes " + std::to_string(bytes) + " type " +
+                         std::to_string(type) + " comp " + std::to_string(compress) + (topDown ? " top-down" : ""));
+            ASSERT_EQ(readImage(p, bytes, false, false, &back, depth ? &zb : nullptr), 0);
+            ASSERT_TRUE(back == want);
+            if (depth) ASSERT_TRUE(zb == z);
             // Line by line, top line first: the mirror image.
-            ASSERT_EQ(readImage(p, bytes, true, true, &back, depth ? &zb : nullptr), 0) << what;
-            ASSERT_TRUE(back == flipRows(want, w, h, bytes)) << what;
+            ASSERT_EQ(readImage(p, bytes, true, true, &back, depth ? &zb : nullptr), 0);
+            ASSERT_TRUE(back == flipRows(want, w, h, bytes));
           }
 }
 
-TEST(IlTilesLines, TilesArrivingInAnotherOrderArePlaced) {
-  // Tiles written by hand, top band first and right to left, 10 rows high but 16 wide.
+// Tiles written by hand land at their rectangles whatever their order (top band first, right to
+// left) and size (a first tile 4 rows high sets the band height; later ones span three bands).
+TEST(IlTilesLines, TilesPlacedByTheirRectangles) {
   vt::TempDir d;
   const int w = 40, h = 25;
   Bytes px = picture(w, h, 1, 5);
-  ILimage* img = ILopen(d.path("o.iff").c_str(), "w");
-  ILsetsize(img, w, h);
-  ILsetcompress(img, IL_RLE);
-  for (int y0 : {20, 10, 0})
-    for (int x0 : {32, 16, 0}) {
-      uint32_t r[4] = {uint32_t(x0), uint32_t(y0), uint32_t(std::min(x0 + 15, w - 1)),
-                       uint32_t(std::min(y0 + 9, h - 1))};
-      ASSERT_EQ(ILwritetile(img, &px[(size_t(y0) * w + x0) * 4], nullptr, r, w), 0);
-    }
-  ASSERT_EQ(ILendtile(img), 0);
-  ASSERT_EQ(ILclose(img), 0);
-  Bytes back;
-  ASSERT_EQ(readImage(d.path("o.iff"), 1, false, true, &back, nullptr), 0);
-  EXPECT_TRUE(back == px);
-  ASSERT_EQ(readImage(d.path("o.iff"), 1, false, false, &back, nullptr), 0);
-  EXPECT_TRUE(back == px);
-}
-
-TEST(IlTilesLines, TilesSpanningSeveralBands) {
-  // A first tile 4 rows high sets the band height; later tiles 12 rows high span three bands.
-  vt::TempDir d;
-  const int w = 20, h = 16;
-  Bytes px = picture(w, h, 1, 9);
-  ILimage* img = ILopen(d.path("s.iff").c_str(), "w");
-  ILsetsize(img, w, h);
-  uint32_t first[4] = {0, 0, 19, 3}, rest[4] = {0, 4, 19, 15};
-  ASSERT_EQ(ILwritetile(img, px.data(), nullptr, first, w), 0);
-  ASSERT_EQ(ILwritetile(img, &px[size_t(4) * w * 4], nullptr, rest, w), 0);
-  ILendtile(img);
-  ILclose(img);
-  Bytes back;
-  ASSERT_EQ(readImage(d.path("s.iff"), 1, false, true, &back, nullptr), 0);
-  EXPECT_TRUE(back == px);
-  ASSERT_EQ(readImage(d.path("s.iff"), 1, true, true, &back, nullptr), 0);
-  EXPECT_TRUE(back == flipRows(px, w, h, 1));
+  using Rect = std::array<uint32_t, 4>;
+  std::vector<Rect> shuffled, spanning = {{0, 0, 39, 3}, {0, 4, 39, 15}, {0, 16, 39, 24}};
+  for (uint32_t y0 : {20u, 10u, 0u})
+    for (uint32_t x0 : {32u, 16u, 0u}) shuffled.push_back({x0, y0, std::min(x0 + 15, 39u), std::min(y0 + 9, 24u)});
+  for (const auto& rects : {shuffled, spanning}) {
+    ILimage* img = ILopen(d.path("o.iff").c_str(), "w");
+    ILsetsize(img, w, h);
+    for (Rect r : rects) ASSERT_EQ(ILwritetile(img, &px[(size_t(r[1]) * w + r[0]) * 4], nullptr, r.data(), w), 0);
+    ASSERT_EQ(ILendtile(img) | ILclose(img), 0);
+    for (bool topDown : {false, true})
+      for (bool byLines : {false, true}) {
+        Bytes back;
+        ASSERT_EQ(readImage(d.path("o.iff"), 1, topDown, byLines, &back, nullptr), 0);
+        EXPECT_TRUE(back == (topDown ? flipRows(px, w, h, 1) : px)) << rects.size() << topDown << byLines;
+      }
+  }
 }
 
 TEST(IlTilesLines, FillCompletesMissingChannels) {

@@ -1,5 +1,5 @@
-// Part 3.1 (with 3.2's decoders): real documents made by other programs (ag-psd, ImageMagick; see
-// tests/data/README.md) against what psd-tools read from them (tests/data/psd/*.tsv).
+// Real documents made by other programs (ag-psd, ImageMagick; see tests/data/README.md) against
+// what psd-tools read from them (tests/data/psd/*.tsv), and documents ImageMagick makes in the test.
 #include <gtest/gtest.h>
 #include <vora/photoshop.h>
 
@@ -59,25 +59,16 @@ TEST(PsdInterop, LayerRecordsEqualWhatTheMakingProgramWrote) {
     size_t i = std::stoul(row[1]);
     ASSERT_LT(i, doc->layers().size()) << row[0];
     const TpsdLayer& l = *doc->layers()[i];
-    SCOPED_TRACE(row[0] + " layer " + row[1]);
-    EXPECT_EQ(l.name.str(), row[2]);
-    EXPECT_EQ(l.top, std::stoi(row[3]));
-    EXPECT_EQ(l.left, std::stoi(row[4]));
-    EXPECT_EQ(l.bottom, std::stoi(row[5]));
-    EXPECT_EQ(l.right, std::stoi(row[6]));
-    EXPECT_EQ(fourcc(l.blendSignature), row[7]);
-    EXPECT_EQ(fourcc(l.blendKey), row[8]);
-    EXPECT_EQ(l.opacity, std::stoi(row[9]));
-    EXPECT_EQ(l.clipping, std::stoi(row[10]));
-    EXPECT_EQ(l.flags, std::stoi(row[11]));
-    EXPECT_EQ(int(l.sectionType), row[12] == "-1" ? 0 : std::stoi(row[12]));
-    std::string mask = l.mask.length ? std::to_string(l.mask.top) + "," + std::to_string(l.mask.left) + "," +
-                                           std::to_string(l.mask.bottom) + "," + std::to_string(l.mask.right)
-                                     : "-";
-    EXPECT_EQ(mask, row[13]);
+    auto n = [](int64_t v) { return std::to_string(v); };
+    std::string mask = l.mask.length ? n(l.mask.top) + "," + n(l.mask.left) + "," + n(l.mask.bottom) + "," + n(l.mask.right) : "-";
     std::string ids;
-    for (const TpsdChannelInfo& c : l.channelInfo) ids += (ids.empty() ? "" : ",") + std::to_string(c.id);
-    EXPECT_EQ(ids, row[14]);
+    for (const TpsdChannelInfo& c : l.channelInfo) ids += (ids.empty() ? "" : ",") + n(c.id);
+    std::string got = l.name.str() + "\t" + n(l.top) + "\t" + n(l.left) + "\t" + n(l.bottom) + "\t" + n(l.right) + "\t" +
+                      fourcc(l.blendSignature) + "\t" + fourcc(l.blendKey) + "\t" + n(l.opacity) + "\t" + n(l.clipping) +
+                      "\t" + n(l.flags) + "\t" + n(l.sectionType) + "\t" + mask + "\t" + ids;
+    std::string want = row[2];
+    for (size_t c = 3; c <= 14; ++c) want += "\t" + (c == 12 && row[c] == "-1" ? std::string("0") : row[c]);
+    EXPECT_EQ(got, want) << row[0] << " layer " << row[1];
   }
 }
 
@@ -93,7 +84,7 @@ TEST(PsdInterop, LayerCountsNamesAndSets) {
   ASSERT_EQ(sets.size(), 1u);
   EXPECT_EQ(sets[0].str(), "group");
   EXPECT_EQ(doc->sectionDividerName().str(), "</Layer group>");
-  // ag-psd writes "lsct" with 16 bytes (type, "8BIM", key, sub-type): the Part reads only the type,
+  // ag-psd writes "lsct" with 16 bytes (type, "8BIM", key, sub-type): only the type is read,
   // so the set's blend key stays 0 and "8BIM" "pass" follows as a block of length 0 (the sub-type).
   const TpsdLayer& set = *doc->layers()[5];
   EXPECT_EQ(set.sectionType, 1u);
@@ -113,8 +104,8 @@ TEST(PsdInterop, LayerCountsNamesAndSets) {
   }
 }
 
-// Every channel of every layer, decoded by Part 3.2, equals psd-tools' decode - except the 16-bit
-// run-length channels, which Part 3.2 decodes with its deliberate two-byte header rule.
+// Every channel of every layer equals psd-tools' decode - except the 16-bit run-length channels,
+// which are decoded with the deliberate two-byte header rule.
 TEST(PsdInterop, DecodedLayerChannelsEqualPsdTools) {
   std::map<std::string, std::unique_ptr<TpsdFile>> docs;
   int compared = 0, sixteenBitRle = 0;
@@ -129,7 +120,7 @@ TEST(PsdInterop, DecodedLayerChannelsEqualPsdTools) {
     auto id = PHOTOSHOP_CHANNEL(std::stoi(row[2]));
     ASSERT_NE(l.pixels.channel(id), nullptr) << row[0] << " " << row[1] << " " << row[2];
     if (doc->bitDepth() == 16 && l.pixels.compressionMethod(id) == RLE) {
-      EXPECT_NE(channelHash(l.pixels, id), row[3]) << "Part 3.2's 16-bit run-length rule would have to change";
+      EXPECT_NE(channelHash(l.pixels, id), row[3]) << "the deliberate 16-bit run-length rule would have to change";
       ++sixteenBitRle;
       continue;
     }
@@ -154,7 +145,7 @@ TEST(PsdInterop, StoredCompositeEqualsPsdTools) {
     if (uint32_t(id) >= c.channelCount()) continue;  // alpha channels are for the alpha readers
     EXPECT_EQ(c.width(), docs[row[0]]->imageWidth());
     EXPECT_EQ(docs[row[0]]->compression(), RLE);
-    if (docs[row[0]]->bitDepth() == 16)  // Part 3.2's deliberate 16-bit run-length rule, as above
+    if (docs[row[0]]->bitDepth() == 16)  // the deliberate 16-bit run-length rule, as above
       EXPECT_NE(channelHash(c.pixelData(), id), row[3]) << row[0] << " composite channel " << row[2];
     else
       EXPECT_EQ(channelHash(c.pixelData(), id), row[3]) << row[0] << " composite channel " << row[2];
@@ -256,7 +247,7 @@ TEST(PsdInterop, ImageMagickDocumentsMadeHere) {
       EXPECT_EQ(half.pixels.compressionMethod(RED), compress == "RLE" ? RLE : RAW);
       TrgbaData composite;
       ASSERT_EQ(doc->readFlattenedImage(composite), 0) << doc->lastReadError().str();
-      if (compress == "RLE" && depth == 16) continue;  // Part 3.2's 16-bit run-length rule
+      if (compress == "RLE" && depth == 16) continue;  // the deliberate 16-bit run-length rule
       EXPECT_TRUE(interleave(half.pixels, true) == vt::readFile(dir.path("a" + d + ".rgba")));
       EXPECT_TRUE(interleave(doc->layers()[0]->pixels, false) == vt::readFile(dir.path("bg" + d + ".rgb")));
       EXPECT_TRUE(interleave(composite.pixelData(), false) == vt::readFile(dir.path("flat" + d + ".rgb")));
@@ -265,7 +256,7 @@ TEST(PsdInterop, ImageMagickDocumentsMadeHere) {
 }
 
 // A document made here with ag-psd (tests/tools/make_agpsd.js): effects and adjustment layers
-// raise exactly the Part's warnings from the keys ag-psd writes ("lrFX" is not "lrfx", "levl" is
+// raise exactly the warnings of the keys ag-psd writes ("lrFX" is not "lrfx", "levl" is
 // not "lev1": deliberate), a closed set, and the pixels the script put in.
 TEST(PsdInterop, AgPsdEffectsAndAdjustmentLayers) {
   TpsdFileWarning::instance().clear();

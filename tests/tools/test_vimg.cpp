@@ -1,0 +1,153 @@
+// vimg end to end: info, convert, lut, seq. Pixels are compared through ImageMagick (a peer) or
+// through the library; reports by the lines a user reads.
+#include <gtest/gtest.h>
+#include <vora/colorlut.h>
+#include <vora/ilib.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace {
+
+using vt::vimg;
+const std::string kData = VORA_TEST_DATA;
+const std::string kPng = kData + "/iff/rgba8_70x66_rle.png", kIff = kData + "/iff/rgba8_70x66_rle.iff";
+
+// Pixels of any image as 8-bit RGBA, top row first, through ImageMagick.
+std::string rgba(const std::string& path) {
+  std::string out;
+  vt::run("convert '" + path + "' -depth 8 rgba:- | sha256sum", &out);
+  return out.substr(0, 64);
+}
+
+// Runs vimg and expects each of the texts in what it printed.
+void expectSays(const std::string& args, int status, std::initializer_list<std::string> texts) {
+  std::string out;
+  EXPECT_EQ(vimg(args, &out), status) << args << "\n" << out;
+  for (const std::string& t : texts) EXPECT_NE(out.find(t), std::string::npos) << args << ": " << t << "\n" << out;
+}
+
+}  // namespace
+
+TEST(Vimg, InfoTextJsonChunksAndErrors) {
+  expectSays("info " + kData + "/iff/rgba16_33x20_rle.iff", 0,
+             {"size         33 x 20", "type         RGB with Alpha", "bytes        2 per channel",
+              "compression  RLE", "version      0x00010000"});
+  expectSays("info --chunks --json " + kIff, 0,
+             {"{\"files\":[{", "\"width\":70,\"height\":66", "{\"id\":\"TBHD\",\"offset\":12,\"size\":32}",
+              "\"type\":\"TBMP\"", "{\"id\":\"RGBA\",\"offset\":12944,\"size\":43}"});
+  vt::TempDir d;
+  vt::writeFile(d.path("x.txt"), {'h', 'i', '\n'});
+  vt::ScopedEnv path("PATH", "/usr/bin:/bin");
+  std::string out;
+  EXPECT_NE(vimg("info " + d.path("x.txt"), &out), 0);
+  EXPECT_EQ(out.find('\n'), out.size() - 1) << out;  // one line
+  EXPECT_NE(out.find(d.path("x.txt") + ": not a native image"), std::string::npos) << out;
+  expectSays("info --json " + d.path("missing.iff"), 1, {"\"error\":\"the file cannot be opened: No such file or directory\""});
+}
+
+TEST(Vimg, ConvertNativeImagesBothWays) {
+  vt::TempDir d;
+  std::string ref = rgba(kPng), info;
+  ASSERT_EQ(vimg("convert " + kIff + " " + d.path("a.png")), 0);
+  EXPECT_EQ(rgba(d.path("a.png")), ref);
+  for (const char* comp : {"none", "rle", "qr4"}) {
+    std::string iff = d.path(std::string(comp) + ".iff");
+    ASSERT_EQ(vimg("convert " + kPng + " " + iff + " --compress " + comp), 0);
+    ILimage* img = ILopen(iff.c_str(), "r");
+    EXPECT_STRCASEEQ(ILcompressname(ILgetcompress(img)), comp);
+    ILclose(img);
+    for (const char* ext : {"png", "tif"}) {
+      ASSERT_EQ(vimg("convert " + iff + " " + d.path(std::string(comp) + "." + ext)), 0);
+      EXPECT_EQ(rgba(d.path(std::string(comp) + "." + ext)), ref) << comp << " " << ext;
+    }
+  }
+  std::string t = d.path("t.iff");
+  ASSERT_EQ(vimg("convert " + kPng + " " + t + " --tile 32x16 --bits 16 --top-down"), 0);
+  expectSays("info --tiles " + t, 0, {"bytes        2 per channel", "tile chunks  15", "RGBA (0,50)-(31,65)"});  // top band first
+  ASSERT_EQ(vimg("convert " + t + " " + d.path("t.png")), 0);
+  EXPECT_EQ(rgba(d.path("t.png")), ref);
+  ASSERT_EQ(vimg("convert " + kData + "/iff/rgb8_40x30_rle.iff " + d.path("a.ppm")), 0);
+  ASSERT_EQ(vimg("convert " + d.path("a.ppm") + " " + d.path("b.iff")), 0);
+  ASSERT_EQ(vimg("convert " + d.path("b.iff") + " " + d.path("c.jpg")), 0);
+  expectSays("info " + d.path("b.iff"), 0, {"RGB without Alpha"});
+  expectSays("convert " + d.path("missing.png") + " " + d.path("x.iff"), 1, {"missing.png"});
+  EXPECT_NE(vimg("convert " + kIff + " " + d.path("x.iff") + " --compress zip"), 0);
+}
+
+TEST(Vimg, ConvertSgiBothWays) {
+  vt::TempDir d;
+  std::string ref = rgba(kPng);
+  for (const char* comp : {"rle", "none"})
+    for (const char* bits : {"8", "16"}) {
+      std::string sgi = d.path(std::string("a_") + comp + bits + ".sgi");
+      ASSERT_EQ(vimg("convert " + kIff + " " + sgi + " --compress " + comp + " --bits " + bits), 0);
+      expectSays("info " + sgi, 0, {std::string("storage      ") + (std::string(comp) == "rle" ? "run-length" : "verbatim"), "4 channels"});
+      EXPECT_EQ(rgba(sgi), ref) << comp << bits;  // ImageMagick reads ours
+      ASSERT_EQ(vimg("convert " + sgi + " " + d.path("back.png")), 0);
+      EXPECT_EQ(rgba(d.path("back.png")), ref);
+    }
+  // Channel counts by extension: .bw grey, .rgb RGB.
+  ASSERT_EQ(vimg("convert " + kData + "/sgi/im_gray8_50x20_rle.sgi " + d.path("g.bw")), 0);
+  expectSays("info " + d.path("g.bw"), 0, {"50 x 20, 1 channel\n"});
+  EXPECT_EQ(rgba(d.path("g.bw")), rgba(kData + "/sgi/im_gray8_50x20_rle.sgi"));
+  ASSERT_EQ(vimg("convert " + kIff + " " + d.path("c.rgb")), 0);
+  expectSays("info " + d.path("c.rgb"), 0, {"3 channels"});
+}
+
+TEST(Vimg, LutInfoEvalAndApply) {
+  const std::string lut = kData + "/lut/";
+  expectSays("lut info " + lut + "ocio/lut3d_arbitrary.csp", 0, {"parser       TccLutParserCSP", "kind         3D cube"});
+  expectSays("lut info --json " + lut + "g22_flame_17.3dl", 0, {"\"parser\":\"TccLutParserAVID\",\"kind\":\"1D table\",\"entries\":4914"});
+  expectSays("lut info " + lut + "g045_resolve_cube_9.cube", 1, {"not a LUT file of a known format"});
+  std::string out;
+  ASSERT_EQ(vimg("lut eval " + lut + "swapgb_iridas_cube_9.cube 0.5 0.25 0.75", &out), 0);
+  EXPECT_EQ(out, "0.5 0.75 0.25\n");
+  ASSERT_EQ(vimg("lut eval " + lut + "discreet_gamma2.2_3x256.lut 1 1 1", &out), 0);
+  EXPECT_EQ(out, "0.99609375 0.99609375 0.99609375\n");  // 255 / 256
+  expectSays("lut eval --json " + lut + "swapgb_iridas_9.look 0.5 0.25 0.75", 0,
+             {"\"parser\":\"TccLutParserIRIDAS\",\"in\":[0.5,0.25,0.75],\"out\":[0.5,0.75,0.25]"});
+  vt::TempDir d;
+  ASSERT_EQ(vimg("lut apply " + lut + "sat12_resolve_cube_9.cube " + kIff + " " + d.path("o.iff")), 0);
+  std::vector<uint8_t> a(70 * 66 * 4), b(a.size());
+  for (auto [path, buf] : {std::pair<std::string, uint8_t*>{kIff, a.data()}, {d.path("o.iff"), b.data()}}) {
+    ILimage* img = ILopen(path.c_str(), "r");
+    ASSERT_EQ(ILload(img, buf, nullptr), 0);
+    ILclose(img);
+  }
+  TfileStream s((lut + "sat12_resolve_cube_9.cube").c_str());
+  std::unique_ptr<TccLut> cube(TccLutFile::read(s));
+  ccLutApplyBGRA8(*cube, nullptr, a.data(), 70 * 66, 1);
+  EXPECT_EQ(a, b);
+  ASSERT_EQ(vimg("convert " + kIff + " " + d.path("w.iff") + " --bits 16"), 0);  // 16-bit goes through floats
+  EXPECT_EQ(vimg("lut apply --lin2log " + lut + "swapgb_iridas_9.look " + d.path("w.iff") + " " + d.path("w2.iff")), 0);
+}
+
+TEST(Vimg, SeqGroupsFilesAndNamesFrames) {
+  vt::TempDir d;
+  for (int f : {1, 2, 3, 4, 6, 10, 11, 12}) vt::writeFile(d.path("shot." + std::string(4 - std::to_string(f).size(), '0') + std::to_string(f) + ".iff"), {});
+  for (int f : {7, 8, 9, 10, 99, 100, 1000, 1001}) vt::writeFile(d.path("plate_" + std::to_string(f) + ".exr"), {});
+  for (const char* f : {"notes.txt", "take-0001-final.dpx", "take-0002-final.dpx"}) vt::writeFile(d.path(f), {});
+  // An unpadded sequence stays one sequence though 1000 and 1001 also fit name####.ext.
+  expectSays("seq " + d.dir(), 0,
+             {d.dir() + "/shot.####.iff  1-4,6,10-12  (8 frames; missing 5,7-9)",
+              d.dir() + "/plate_#.exr  7-10,99-100,1000-1001  (8 frames; missing 11-98,101-999)", d.dir() + "/notes.txt\n",
+              "take-0001-final.dpx\n"});
+  expectSays("seq --json " + d.dir(), 0,
+             {"\"pattern\":\"shot.####.iff\",\"first\":1,\"last\":12,\"count\":8,\"frames\":\"1-4,6,10-12\",\"missing\":\"5,7-9\""});
+  expectSays("seq " + d.dir() + " --format name####-final.ext", 0, {"take-####-final.dpx  1-2  (2 frames)"});
+  const std::pair<std::string, std::string> frames[] = {
+      {"/shots/a.b/shot.0012.iff 7", "/shots/a.b/shot.0007.iff\n"},
+      {"shot.0012.iff 123456", "shot.123456.iff\n"},
+      {"shot.12.iff 7 --format name.#.ext", "shot.7.iff\n"},  // formats given replace the defaults
+  };
+  std::string out;
+  for (const auto& [args, want] : frames) {
+    ASSERT_EQ(vimg("seq frame " + args, &out), 0) << args;
+    EXPECT_EQ(out, want);
+  }
+  expectSays("seq frame shot.0012.iff 7 --format name.#.ext", 1, {"fits none of the formats"});
+}
