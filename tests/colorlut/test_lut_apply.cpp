@@ -1,4 +1,4 @@
-// Batch LUT application (beyond the Parts): equal to TccLut::convert pixel for pixel.
+// Batch LUT application: equal to TccLut::convert pixel for pixel.
 #include <gtest/gtest.h>
 #include <vora/colorlut.h>
 

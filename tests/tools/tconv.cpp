@@ -1,4 +1,4 @@
-// Test converter program for the input and output conversions of Part 1.1.
+// Test converter program for the input and output conversion tests.
 //   tconv ppm2iff          reads a binary PPM (P6) on stdin, writes a native image of its size
 //   tconv fail             reads nothing, writes nothing, exits 3
 //   tconv upper            copies stdin to stdout in upper case (an output converter)
