@@ -48,6 +48,9 @@ typedef struct ILheader {
 #define IL_ZBUFFER 4
 #define IL_MATTE 16
 
+/* the largest width and height of a native image */
+#define IL_MAXSIZE 32768
+
 /* compression codes */
 #define IL_NONE 0
 #define IL_RLE 1
@@ -77,6 +80,9 @@ VORA_API extern const unsigned char ildeflut[256];
 
 /* ---- handle and header ------------------------------------------------------------------ */
 VORA_API ILimage* ILopen(const char* name, const char* mode);
+/* Nonzero when the file begins with an IFF group (FOR4 CIMG, CAT4, ...): a native image file or
+ * a damaged one, as opposed to a file for the converter programs. */
+VORA_API int isFileIff(const char* path);
 VORA_API ILimage* ILreopen(const char* name, const char* mode, ILimage* handle);
 VORA_API int ILnext(ILimage* handle);
 VORA_API int ILclose(ILimage* handle);
@@ -201,6 +207,14 @@ VORA_API int ILloadbm(ILimage* handle, void* colour, void* depth);
 /* ILload into buffers it allocates (malloc; free them); depth only for images with depth. */
 VORA_API int ILcload(ILimage* handle, void** colour, void** depth);
 VORA_API void ILfill(void* buffer, int width, int height, int bytes, int pitch, int type);
+/* Channels an image type stores besides depth: 3 for colour, 1 for black-and-white, none for
+ * matte-only (IL_MATTE without colour), plus 1 for alpha. */
+VORA_API int ILtypechannels(uint32_t type);
+/* 0 when a read handle's pixels may be decoded: the size is in range (else 106), and the decoded
+ * image fits the allocation limit and what the file could hold at its codec's largest expansion
+ * (else 110: a small file declaring a huge image). Every pixel reader checks it; callers that
+ * allocate before ILload ask first. */
+VORA_API int ILcanload(ILimage* handle);
 
 typedef uint32_t (*ILpacker)(ILpackdesc* d, unsigned char* pixels, unsigned char* out);
 typedef uint32_t (*ILunpacker)(ILpackdesc* d, const unsigned char* in, unsigned char* pixels);

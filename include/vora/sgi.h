@@ -44,6 +44,11 @@ VORA_API IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigne
 VORA_API int getrow(IMAGE* image, unsigned short* buffer, unsigned y, unsigned z);
 VORA_API int putrow(IMAGE* image, const unsigned short* buffer, unsigned y, unsigned z);
 VORA_API int iclose(IMAGE* image);
+/* Nonzero when the file begins with the SGI magic (01 DA). */
+VORA_API int isFileSgi(const char* path);
+/* Channel count and bytes per channel of the image, as the header's fields give them. */
+#define SGI_STORAGE(image) ((image)->type >> 8)
+#define SGI_BPC(image) ((image)->type & 0xFF)
 
 /* The run-length packets of one row (exposed for tests and tools): rle_compact writes the packets
  * of cnt 16-bit values in obpp-byte units and returns the packet count including the final 0;

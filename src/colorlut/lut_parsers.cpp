@@ -1,7 +1,6 @@
 // The six LUT file parsers and TccLutFile. Every parser reads through the shared line
 // reader; tables grow only as lines arrive, so a declared size never allocates more than the file
 // holds.
-#include <arpa/inet.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +10,7 @@
 #include <string>
 
 #include "colorlut/lut_reader.h"
+#include "foundation/byteorder.h"
 
 using vora::lut::bitDepthDivisor;
 using vora::lut::isComment;
@@ -168,7 +168,8 @@ TccLut* TccLutParserIRIDAS::parse(TfileStream& s) const {
       std::string piece = line.substr(at, 8);
       unsigned int bits;
       if (sscanf(piece.c_str(), "%8x", &bits) != 1) return nullptr;
-      uint32_t host = ntohl(bits);
+      // The eight digits are the float's bytes in little-endian order, whatever the host.
+      uint32_t host = vora::swap32(bits);
       float v;
       memcpy(&v, &host, 4);
       pending.push_back(v);

@@ -1,4 +1,4 @@
-// Foundation stand-in: byte order. Every number in native IFF, SGI and Photoshop files is
+// Foundation: byte order. Every number in native IFF, SGI and Photoshop files is
 // big-endian; these are the one place that says how to read and write it.
 #pragma once
 

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): the built-in English message catalogue.
+// Foundation: the built-in English message catalogue.
 // Texts are English; keys are the catalogue's stable names. FL and IL error codes are "s_FLStrings.rErrorN".
 #include <cstdarg>
 #include <cstdio>
@@ -52,7 +52,7 @@ const Entry kCatalogue[] = {
     {"s_FLStrings.rError107", "image data already finished"},
     {"s_FLStrings.rError108", "no packer or unpacker for the image's compression"},
     {"s_FLStrings.rError109", "tile rectangle outside the image"},
-    {"s_FLStrings.rError110", "image too large"},
+    {"s_FLStrings.rError110", "image too large for the memory limit, or for what the file can hold"},
     {"s_FLStrings.rError111", "image conversion program missing, or output conversion failed"},
     {"s_FLStrings.rError112", "resampling filter program not found"},
     // Photoshop document warnings: (layer name, file base name), or (file base name) alone

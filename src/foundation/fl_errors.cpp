@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): flerrno, error texts, environment variables.
+// Foundation: flerrno, error texts, environment variables.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): private state of an FL stream record.
+// Foundation: private state of an FL stream record.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): growing buffers, lists, the bit-count table.
+// Foundation: the allocation limit, growing buffers, lists, the bit-count table.
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 
@@ -17,13 +18,29 @@ const unsigned char flbitset[256] = {
 #undef B6
 };
 
+namespace {
+std::atomic<uint64_t> allocLimit{0};  // 0: not decided yet
+
+uint64_t defaultLimit() {
+  const char* v = getenv("VORA_MAX_ALLOC_MB");
+  unsigned long long mb = v && *v ? strtoull(v, nullptr, 10) : 0;
+  return uint64_t(mb ? mb : 4096) << 20;
+}
+}  // namespace
+
 int FLallocok(uint64_t bytes) {
-  static const uint64_t limit = [] {
-    const char* v = getenv("VORA_MAX_ALLOC_MB");
-    unsigned long long mb = v && *v ? strtoull(v, nullptr, 10) : 0;
-    return uint64_t(mb ? mb : 4096) << 20;
-  }();
+  uint64_t limit = allocLimit.load(std::memory_order_relaxed);
+  if (!limit) allocLimit.store(limit = defaultLimit(), std::memory_order_relaxed);
   return bytes <= limit;
+}
+
+void FLsetalloclimit(uint64_t bytes) { allocLimit.store(bytes ? bytes : defaultLimit()); }
+
+int FLdecodeok(uint64_t decoded, int64_t stored, uint32_t ratio) {
+  if (!FLallocok(decoded)) return 0;
+  if (stored < 0) return 1;
+  const uint64_t headroom = 1u << 20;
+  return decoded <= uint64_t(stored) * ratio + headroom;
 }
 
 void* FLgrow(void** buffer, size_t* size, size_t need) {

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): opening, wrapping and closing FL stream records.
+// Foundation: opening, wrapping and closing FL stream records.
 #include <cstdlib>
 #include <cstring>
 #include <new>

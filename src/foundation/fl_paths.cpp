@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): search paths, the work directory, extensions.
+// Foundation: search paths, the work directory, extensions.
 #include <cstdlib>
 #include <cstring>
 #include <string>

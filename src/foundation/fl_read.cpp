@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): reading FL streams: buffering, push-back, chunks,
+// Foundation: reading FL streams: buffering, push-back, chunks,
 // groups and the form parse. Every size read is checked against its group and the file.
 #include <algorithm>
 #include <cstring>

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): files, standard I/O, "pipe:" commands and filters.
+// Foundation: files, standard I/O, "pipe:" commands and filters.
 #include "foundation/fl_stream.h"
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): the byte streams beneath the FL chunked-file calls.
+// Foundation: the byte streams beneath the FL chunked-file calls.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): writing FL streams. Sizes are back-patched in the
+// Foundation: writing FL streams. Sizes are back-patched in the
 // buffer or, for seekable files, in the file; streams that cannot seek keep the outermost open
 // group in memory until it ends.
 #include <cstring>

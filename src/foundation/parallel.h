@@ -1,4 +1,4 @@
-// Foundation stand-in: running work on every core (a thread pool is not needed yet;
+// Foundation: running work on every core (a thread pool is not needed yet;
 // these are the two shapes the batch paths use). Exceptions thrown by the work reach the
 // caller (the first one).
 #pragma once

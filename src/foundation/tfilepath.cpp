@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): TfilePath and TmemoryException.
+// Foundation: TfilePath and TmemoryException.
 #include <vora/foundation/fl.h>
 #include <vora/foundation/tfilepath.h>
 

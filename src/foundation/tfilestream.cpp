@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): TfileStream.
+// Foundation: TfileStream.
 #include <sys/stat.h>
 
 #include <vora/foundation/tfilestream.h>

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): Tstring.
+// Foundation: Tstring.
 #include <vora/foundation/tstring.h>
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): Tstring::matchesRegexp on RE2, chosen for its
+// Foundation: Tstring::matchesRegexp on RE2, chosen for its
 // linear-time matching without recursion (long file names cannot exhaust the stack or backtrack
 // exponentially), with capture groups and bounded repetition as the sequence matcher needs.
 #include <re2/re2.h>

@@ -31,7 +31,6 @@ struct Handle {
   unsigned char** lookups;
   FLlist fields;
   void* zoom;  // the bound zoom (resampling while reading)
-  int64_t hdrpos;
   FLlist lines;    // line buffers
   int cimgDepth;   // FLdepth of the open CIMG group while reading
   char* auth;      // AUTH text read after the header (malloc'd), with its length
@@ -90,6 +89,9 @@ void countTiles(Handle* h);
 
 // Checks that a header can carry pixels (106 size, 108 codec) and sets up ILinitio.
 int pixelSetup(Handle* h);
+// Whether a read handle's declared image could come from its file (ILcanload).
+bool decodable(Handle* h);
+inline bool sizeInRange(uint32_t w, uint32_t h) { return w >= 1 && w <= IL_MAXSIZE && h >= 1 && h <= IL_MAXSIZE; }
 // Frees the line and tile buffers and the read state.
 void releasePixels(Handle* h);
 

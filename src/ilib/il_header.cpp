@@ -136,7 +136,6 @@ int ILputheader(ILimage* handle) {
   Handle* h = H(handle);
   if (h->state & IL_ST_HEADER) return 0;
   if (h->fl.flags & FL_READ) return fail(FL_EMODE);
-  h->hdrpos = FLtell(handle);
   uint8_t v[4];
   vora::putBe32(v, h->version);
   if (FLputchunk(handle, kFVER, 4, v) != 0) return flerrno;
@@ -176,15 +175,18 @@ int ILputheader(ILimage* handle) {
   return r ? fail(r) : 0;
 }
 
+int ILtypechannels(uint32_t type) {
+  return ((type & IL_COLOR) ? 3 : (type & IL_MATTE) ? 0 : 1) + ((type & IL_ALPHA) ? 1 : 0);
+}
+
 int ILinitio(ILimage* handle) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
   uint32_t type = h->hdr.type;
   uint32_t mask;
   if (h->state & IL_ST_PACKED) {
-    mask = (type & IL_COLOR) ? 7 : (type & IL_MATTE) ? 0 : 1;
-    if (type & IL_ALPHA) mask = mask * 2 + 1;
-    h->bpp = flbitset[mask & 0xFF];
+    h->bpp = uint32_t(ILtypechannels(type));
+    mask = (1u << h->bpp) - 1;  // the present channels, packed from the lowest slot
   } else {
     mask = (type & IL_COLOR) ? 14 : (type & IL_MATTE) ? 0 : 4;
     if (type & IL_ALPHA) mask += 1;

@@ -8,6 +8,9 @@
 #include <vora/foundation/env.h>
 
 #include "ilib/il_handle.h"
+#include "platform/platform.h"
+
+namespace pf = vora::platform;
 
 using namespace vora::il;
 
@@ -151,6 +154,15 @@ void releaseHandle(FLfile* f) {
 }  // namespace vora::il
 
 extern "C" {
+
+int isFileIff(const char* path) {
+  int fd = path ? pf::openRead(path) : -1;
+  if (fd < 0) return 0;
+  char id[4] = {};
+  bool yes = pf::readAt(fd, id, 4, 0) == 4 && FLisgroup(FL_ID(id[0], id[1], id[2], id[3])) != 0;
+  pf::closeFd(fd);
+  return yes;
+}
 
 ILimage* ILopen(const char* name, const char* mode) {
   if (!name || !mode) {

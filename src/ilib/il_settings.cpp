@@ -41,7 +41,7 @@ int ILsetsize(ILimage* handle, int width, int height) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
   if (!isRead(h) && headerDone(h)) return fail(103);
-  if (width < 1 || width > 32768 || height < 1 || height > 32768) return fail(106);
+  if (width < 1 || height < 1 || !sizeInRange(uint32_t(width), uint32_t(height))) return fail(106);
   // On a read handle this means binding a zoom (ILsetzoom), which this build lacks yet.
   if (isRead(h)) return fail(FL_ENOTSUP);
   h->hdr.width = uint32_t(width);
@@ -104,7 +104,7 @@ int ILsetpagesize(ILimage* handle, int width, int height) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
   if (headerDone(h)) return fail(103);
-  if (width > 32768 || height > 32768) return fail(106);
+  if (width > IL_MAXSIZE || height > IL_MAXSIZE) return fail(106);
   uint32_t w = uint32_t(width < 16 ? 16 : width), ht = uint32_t(height < 16 ? 16 : height);
   if (w > h->hdr.width) w = h->hdr.width;
   if (ht > h->hdr.height) ht = h->hdr.height;

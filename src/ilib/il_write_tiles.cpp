@@ -63,18 +63,35 @@ int flushBand(Handle* h) {
 namespace vora::il {
 
 int pixelSetup(Handle* h) {
-  if (h->hdr.width < 1 || h->hdr.width > 32768 || h->hdr.height < 1 || h->hdr.height > 32768 ||
-      (h->hdr.bytes != 1 && h->hdr.bytes != 2))
-    return fail(106);
+  if (!sizeInRange(h->hdr.width, h->hdr.height) || (h->hdr.bytes != 1 && h->hdr.bytes != 2)) return fail(106);
+  if ((h->fl.flags & FL_READ) && !decodable(h)) return fail(110);
   // A caller who gave only the tile count (ILsetpages) still gets tiles of the default size.
   if (!(h->fl.flags & FL_READ) && (!h->twidth || !h->theight)) defaultTiling(h);
   ILinitio(I(h));
   return 0;
 }
 
+// The most a packed file can expand: a 2-byte RLE packet gives 128 bytes; a QRL/QR4 packet of
+// one pixel gives 128 pixels. Real files stay below; a small file declaring a huge image does not.
+bool decodable(Handle* h) {
+  const uint64_t pixels = uint64_t(h->hdr.width) * h->hdr.height;
+  const uint32_t t = h->hdr.type;
+  const uint64_t elements = uint64_t(ILtypechannels(t));
+  const uint64_t decoded = pixels * (elements ? elements : 1) * h->hdr.bytes + ((t & IL_ZBUFFER) ? pixels * 4 : 0);
+  return FLdecodeok(decoded, FLfilesize(I(h)), h->hdr.compress == IL_NONE ? 1 : 128);
+}
+
 }  // namespace vora::il
 
 extern "C" {
+
+int ILcanload(ILimage* handle) {
+  if (!handle) return fail(FL_ESTATE);
+  Handle* h = H(handle);
+  if (!ILgetheader(handle)) return flerrno;
+  if (!sizeInRange(h->hdr.width, h->hdr.height) || (h->hdr.bytes != 1 && h->hdr.bytes != 2)) return fail(106);
+  return decodable(h) ? 0 : fail(110);
+}
 
 int ILwritetile(ILimage* handle, void* colour, void* depth, const uint32_t rect[4], int pitch) {
   if (!handle || !rect) return fail(FL_ESTATE);

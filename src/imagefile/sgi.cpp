@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <unistd.h>
 #include <vector>
 
+#include <vora/foundation/fl.h>
 #include <vora/foundation/messages.h>
 
 #include "foundation/byteorder.h"
@@ -102,7 +102,7 @@ bool readAt(Record* r, void* out, size_t n, int64_t at) {
 
 IMAGE* fail(Record* r, const char* msg) {
   report("%s", msg);
-  if (r->img.file >= 0) pf::closeFd(r->img.file);
+  pf::closeFd(r->img.file);
   pf::unmapFile(r->map, r->mapSize);
   free(r->img.tmpbuf);
   free(r->img.rowstart);
@@ -136,7 +136,7 @@ int64_t seekRow(IMAGE* img, unsigned y, unsigned z) {
   } else {
     target = img->rowstart[img->dim == 1 ? 0 : y + size_t(z) * img->ysize];
   }
-  if (img->offset != uint32_t(target)) img->offset = uint32_t(target);
+  img->offset = uint32_t(target);
   return target;
 }
 
@@ -183,6 +183,11 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
       snprintf(msg, sizeof msg, "iopen: bad magic in image file %x\n", img->imagic);
       return fail(r, msg);
     }
+    // Refused before any table or row is allocated: more values than the file could hold
+    // (a run-length packet of two units gives at most 127 values).
+    const uint64_t values = uint64_t(img->xsize) * img->ysize * img->zsize * (bpc(img) == 2 ? 2 : 1);
+    if (!FLdecodeok(values, r->fileSize, storage(img) == 1 ? 64 : 1))
+      return fail(r, "iopen: image too large for its file\n");
     if (r->fileSize > 0) {
       r->map = pf::mapFile(fd, r->fileSize);
       r->mapSize = r->map ? r->fileSize : 0;
@@ -253,7 +258,7 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
 }
 
 int getrow(IMAGE* img, unsigned short* buffer, unsigned y, unsigned z) {
-  if (!img || !(img->flags & (kRead | kReadWrite))) return -1;
+  if (!img || !(img->flags & kRead)) return -1;
   Record* r = rec(img);
   int64_t at = seekRow(img, y, z);
   if (at < 0) return -1;
@@ -305,7 +310,7 @@ int getrow(IMAGE* img, unsigned short* buffer, unsigned y, unsigned z) {
 }
 
 int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
-  if (!img || !(img->flags & (kWrite | kReadWrite))) return -1;
+  if (!img || !(img->flags & kWrite)) return -1;
   Record* r = rec(img);
   const unsigned xs = img->xsize;
   for (unsigned i = 0; i < xs; ++i) {
@@ -358,36 +363,41 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
   return int(xs);
 }
 
+// Writes what a writing handle still holds (rows, header, run-length tables); false after
+// reporting the first failure.
+static bool finishWriting(IMAGE* img) {
+  Record* r = rec(img);
+  if (!flush(r)) return report("putrow: error on write of row\n"), false;
+  IMAGE out = *img;
+  if (img->dorev) swapHeader(&out);
+  if (!pf::writeAt(img->file, &out, kHeaderBytes, 0)) return report("iclose: error on write of image header\n"), false;
+  if (storage(img) != 1) return true;
+  const size_t tb = tableBytes(img);
+  const uint32_t* tables[2] = {img->rowstart, img->rowsize};
+  const char* names[2] = {"rowstart", "rowsize"};
+  for (int i = 0; i < 2; ++i) {
+    std::vector<uint32_t> t(tables[i], tables[i] + tb / 4);
+    if (img->dorev) swapWords(t.data(), t.size());
+    if (!pf::writeAt(img->file, t.data(), tb, int64_t(kDataStart + size_t(i) * tb)))
+      return report("iclose: error on write of %s\n", names[i]), false;
+  }
+  return true;
+}
+
+int isFileSgi(const char* path) {
+  int fd = path ? pf::openRead(path) : -1;
+  if (fd < 0) return 0;
+  uint8_t m[2] = {};
+  bool yes = pf::readAt(fd, m, 2, 0) == 2 && uint16_t(m[0] << 8 | m[1]) == kMagic;
+  pf::closeFd(fd);
+  return yes;
+}
+
 int iclose(IMAGE* img) {
   if (!img) return -1;
   Record* r = rec(img);
-  if (img->flags & (kWrite | kReadWrite)) {
-    if (!flush(r)) {
-      report("putrow: error on write of row\n");
-      return -1;
-    }
-    IMAGE out = *img;
-    if (img->dorev) swapHeader(&out);
-    if (!pf::writeAt(img->file, &out, kHeaderBytes, 0)) {
-      report("iclose: error on write of image header\n");
-      return -1;
-    }
-    if (storage(img) == 1) {
-      size_t tb = tableBytes(img);
-      std::vector<uint32_t> t(img->rowstart, img->rowstart + tb / 4);
-      if (img->dorev) swapWords(t.data(), t.size());
-      if (!pf::writeAt(img->file, t.data(), tb, kDataStart)) {
-        report("iclose: error on write of rowstart\n");
-        return -1;
-      }
-      t.assign(img->rowsize, img->rowsize + tb / 4);
-      if (img->dorev) swapWords(t.data(), t.size());
-      if (!pf::writeAt(img->file, t.data(), tb, int64_t(kDataStart + tb))) {
-        report("iclose: error on write of rowsize\n");
-        return -1;
-      }
-    }
-  }
+  bool ok = !(img->flags & kWrite) || finishWriting(img);
+  // Everything is released whatever happened above.
   free(img->base);
   free(img->tmpbuf);
   free(img->rowstart);
@@ -395,11 +405,11 @@ int iclose(IMAGE* img) {
   pf::unmapFile(r->map, r->mapSize);
   int fd = img->file;
   delete r;
-  if (fd >= 0 && close(fd) != 0) {
+  if (!pf::closeFd(fd) && ok) {
     report("iclose: error on close of file\n");
-    return -1;
+    ok = false;
   }
-  return 0;
+  return ok ? 0 : -1;
 }
 
 }  // extern "C"

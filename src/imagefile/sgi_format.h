@@ -11,10 +11,10 @@ constexpr uint16_t kMagic = 474;      // 01 DA
 constexpr uint32_t kHeaderBytes = 176;  // the in-memory record, written whole at offset 0
 constexpr uint32_t kDataStart = 512;
 constexpr uint32_t kNotWritten = 0xFFFFFFFFu;  // rowsize of a run-length row not written yet
-constexpr uint16_t kRead = 1, kWrite = 2, kReadWrite = 0x80, kError = 0x20;
+constexpr uint16_t kRead = 1, kWrite = 2;
 
-inline unsigned storage(const IMAGE* i) { return i->type >> 8; }
-inline unsigned bpc(const IMAGE* i) { return i->type & 0xFF; }
+inline unsigned storage(const IMAGE* i) { return SGI_STORAGE(i); }
+inline unsigned bpc(const IMAGE* i) { return SGI_BPC(i); }
 
 // "SGI image: " + the formatted text, through theErrorHandler.
 void report(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -264,9 +264,6 @@ bool decode(Tchannel& c) {
     case RLE:
       ok = decodeRle(c);
       break;
-    default:  // not a method: zero samples
-      std::fill(c.raw.begin(), c.raw.end(), 0);
-      break;
     case ZIP:
     case ZIP_PREDICTION:
       ok = decodeZip(c, c.method == ZIP_PREDICTION);
@@ -275,6 +272,9 @@ bool decode(Tchannel& c) {
         c.hasRaw = false;
         return false;
       }
+      break;
+    default:  // not a method: zero samples
+      std::fill(c.raw.begin(), c.raw.end(), 0);
       break;
   }
   c.hasRaw = true;

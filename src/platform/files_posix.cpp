@@ -1,4 +1,4 @@
-// Platform layer (ARCHITECTURE.md 3.3): files, the current directory, user and host names.
+// Platform layer: files, the current directory, user and host names.
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/mman.h>
@@ -87,9 +87,7 @@ bool writeAt(int fd, const void* data, size_t n, int64_t pos) {
   return true;
 }
 
-void closeFd(int fd) {
-  if (fd >= 0) close(fd);
-}
+bool closeFd(int fd) { return fd < 0 || close(fd) == 0; }
 
 bool isRegularFile(const char* path) {
   struct stat st;

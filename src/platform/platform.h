@@ -1,4 +1,4 @@
-// Platform layer (ARCHITECTURE.md 3.3): the only place that knows the operating system.
+// Platform layer: the only place that knows the operating system.
 #pragma once
 
 #include <cstddef>
@@ -43,7 +43,7 @@ void unmapFile(const uint8_t* data, int64_t size);
 int64_t fileSize(int fd);                     // -1 when not a regular file
 bool seekTo(int fd, int64_t pos);
 bool writeAt(int fd, const void* data, size_t n, int64_t pos);
-void closeFd(int fd);
+bool closeFd(int fd);  // false when the system reports an error (data may be lost)
 bool isRegularFile(const char* path);
 std::string currentDirectory();
 

@@ -1,4 +1,4 @@
-// Platform layer (ARCHITECTURE.md 3.3): child processes for "pipe:" streams and converter filters.
+// Platform layer: child processes for "pipe:" streams and converter filters.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>

@@ -204,7 +204,9 @@ TEST(LutParsers, TrialOrderAndEachParsersRules) {
     Read r = readText(c.text);
     EXPECT_EQ(r.parser, c.parser) << c.what;
     EXPECT_EQ(bool(r.lut), *c.parser != 0) << c.what;
-    if (r.lut && c.value) EXPECT_FLOAT_EQ(c.value(*r.lut), c.want) << c.what;
+    if (r.lut && c.value) {
+      EXPECT_FLOAT_EQ(c.value(*r.lut), c.want) << c.what;
+    }
   }
 }
 

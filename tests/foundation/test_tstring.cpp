@@ -1,4 +1,4 @@
-// Foundation stand-in: Tstring and the message catalogue.
+// Foundation: Tstring and the message catalogue.
 #include <gtest/gtest.h>
 #include <vora/foundation/messages.h>
 #include <vora/foundation/tstring.h>

@@ -182,7 +182,9 @@ TEST_F(Conversion, IlocvtFromTheEnvironmentAndConfigBits) {
       img = ILopen(pipeName.c_str(), "w");
       ASSERT_NE(img, nullptr);
       EXPECT_EQ(bool(img->flags & FL_FILTER), bit2);
-      if (!bit2) EXPECT_EQ(ILgetcompress(img), IL_NONE);
+      if (!bit2) {
+        EXPECT_EQ(ILgetcompress(img), IL_NONE);
+      }
       ILclose(img);
     }
     ILconfig(IL_CFG_PIPEOUTCVT, 0);

@@ -262,7 +262,9 @@ TEST(IlHeader, SeveralImagesWithNextAndInsideACatGroup) {
   std::string p = d.path("multi.iff");
   ILimage* img = ILopen(p.c_str(), "w");
   for (int i = 0; i < 3; ++i) {
-    if (i) ASSERT_EQ(ILnext(img), 0);
+    if (i) {
+      ASSERT_EQ(ILnext(img), 0);
+    }
     ASSERT_EQ(ILsetsize(img, 10 + i, 20 + i) | ILputheader(img), 0);
   }
   ASSERT_EQ(ILclose(img), 0);
@@ -320,7 +322,9 @@ TEST(IlHeader, RangeInTheExtension) {
     double r[3] = {};
     char real[256] = {};
     ASSERT_EQ(ILrange(c.name.c_str(), r, real, 0), c.result) << c.name;
-    if (c.result == 1) EXPECT_EQ(std::vector<double>(r, r + 3), (std::vector<double>{c.start, c.end, c.step})) << c.name;
+    if (c.result == 1) {
+      EXPECT_EQ(std::vector<double>(r, r + 3), (std::vector<double>{c.start, c.end, c.step})) << c.name;
+    }
   }
   char real[256];
   double r[3];

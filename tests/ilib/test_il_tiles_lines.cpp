@@ -245,7 +245,9 @@ TEST(IlTilesLines, RoundTripMatrix) {
                          std::to_string(type) + " comp " + std::to_string(compress) + (topDown ? " top-down" : ""));
             ASSERT_EQ(readImage(p, bytes, false, false, &back, depth ? &zb : nullptr), 0);
             ASSERT_TRUE(back == want);
-            if (depth) ASSERT_TRUE(zb == z);
+            if (depth) {
+              ASSERT_TRUE(zb == z);
+            }
             // Line by line, top line first: the mirror image.
             ASSERT_EQ(readImage(p, bytes, true, true, &back, depth ? &zb : nullptr), 0);
             ASSERT_TRUE(back == flipRows(want, w, h, bytes));

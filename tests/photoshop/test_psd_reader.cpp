@@ -414,7 +414,9 @@ TEST_F(PsdReader, CompositeRawAndRunLengthAs8And16Bits) {
       EXPECT_EQ(out.channelCount(), 3u);  // the fourth (alpha) channel is left out
       TpixelData16& px = out.pixelData();
       EXPECT_EQ(px.compressionMethod(BLUE), compression ? RLE : RAW);
-      if (compression == 1) EXPECT_EQ(px.compositeLenInfo(GREEN)->size(), 2u);
+      if (compression == 1) {
+        EXPECT_EQ(px.compositeLenInfo(GREEN)->size(), 2u);
+      }
       if (depth == 8 || compression == 0)  // 16-bit run-length rows keep their deliberate rule
         for (int c = 0; c < 3; ++c)
           for (size_t i = 0; i < 6; ++i) {

@@ -4,14 +4,19 @@
 #include <vora/colorlut.h>
 #include <vora/ilib.h>
 
+#include <algorithm>
+#include <chrono>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "support/psd_builder.h"
 #include "support/test_support.h"
 
 namespace {
 
+using vt::Bytes;
 using vt::vimg;
 const std::string kData = VORA_TEST_DATA;
 const std::string kPng = kData + "/iff/rgba8_70x66_rle.png", kIff = kData + "/iff/rgba8_70x66_rle.iff";
@@ -150,4 +155,104 @@ TEST(Vimg, SeqGroupsFilesAndNamesFrames) {
     EXPECT_EQ(out, want);
   }
   expectSays("seq frame shot.0012.iff 7 --format name.#.ext", 1, {"fits none of the formats"});
+}
+
+// A 32768 x 32768 native image of four tiny tiles (a few hundred bytes) is refused at once,
+// before anything is allocated; the memory limit refuses what the file could hold.
+TEST(VimgMalformed, DeclaredSizesTheFileCannotHoldAreRefusedAtOnce) {
+  vt::TempDir d;
+  Bytes tiles;
+  for (uint16_t i = 0; i < 4; ++i) {
+    Bytes t;
+    for (uint16_t v : {uint16_t(i * 8192), uint16_t(0), uint16_t(i * 8192 + 8191), uint16_t(32767)}) vt::be16(t, v);
+    t.insert(t.end(), {0xFF, 1, 0xFF, 2});
+    tiles = vt::cat({tiles, vt::chunk("RGBA", t)});
+  }
+  for (uint32_t compress : {IL_RLE, IL_QRL, IL_QR4}) {
+    vt::writeFile(d.path("bomb.iff"), vt::group("FOR4", "CIMG", vt::cat({vt::chunk("TBHD", vt::tbhd(32768, 32768, 3, 0, 4, compress)),
+                                                                        vt::group("FOR4", "TBMP", tiles)})));
+    auto t0 = std::chrono::steady_clock::now();
+    expectSays("convert " + d.path("bomb.iff") + " " + d.path("out.png"), 1, {"bomb.iff: image too large", "(error 110)"});
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(500)) << compress;
+    ILimage* img = ILopen(d.path("bomb.iff").c_str(), "r");
+    EXPECT_EQ(ILcanload(img), 110);
+    Bytes line(32768 * 4);
+    EXPECT_EQ(ILreadline(img, line.data(), nullptr), 110);
+    ILclose(img);
+  }
+  ASSERT_EQ(vt::run("convert -size 1000x1000 xc:red '" + d.path("big.png") + "' && convert '" + d.path("big.png") + "' '" + d.path("big.sgi") + "'"), 0);
+  ASSERT_EQ(vimg("convert " + d.path("big.png") + " " + d.path("big.iff")), 0);
+  for (const char* in : {"big.iff", "big.sgi"}) expectSays("--max-memory 1 convert " + d.path(in) + " " + d.path("o.png"), 1, {in});
+  EXPECT_EQ(vimg("--max-memory 8 convert " + d.path("big.iff") + " " + d.path("o.png")), 0);
+}
+
+// Every command on damaged and mutated files ends with one line and status 1, never by a signal:
+// truncations, flipped bytes, counts and lengths set to extreme values, in every format vimg reads.
+TEST(VimgMalformed, MutatedFilesNeverKillACommand) {
+  vt::TempDir d;
+  struct Sample {
+    std::string file, command;
+  } samples[] = {
+      {"iff/rgba8_70x66_rle.iff", "convert %s " + d.path("o.png")}, {"iff/rgba16_33x20_rle.iff", "info --tiles %s"},
+      {"sgi/im_rgba8_150x12_rle.sgi", "convert %s " + d.path("o.png")}, {"sgi/pnmtosgi_rgb16_40x16_rle.sgi", "info %s"},
+      {"psd/agpsd_layers_rle.psd", "psd info %s"}, {"psd/im_rgb16_layers_rle.psd", "psd info --json %s"},
+      {"psd/agpsd_layers_zip.psd", "psd extract %s --layer masked " + d.path("l.png")},
+      {"psd/im_gray8_layers_rle.psd", "psd extract %s --composite " + d.path("c.png")},
+      {"lut/sat12_cinespace_9.csp", "lut eval %s 0.5 0.5 0.5"}, {"lut/swapgb_iridas_9.look", "lut info %s"},
+  };
+  std::mt19937 rng(11);
+  int ran = 0;
+  for (const Sample& s : samples) {
+    Bytes whole = vt::readFile(kData + "/" + s.file);
+    std::string path = d.path("m." + s.file.substr(s.file.rfind('.') + 1));
+    for (int round = 0; round < 24; ++round) {
+      Bytes b = whole;
+      if (round < 4) {
+        b.resize(b.size() * size_t(round + 1) / 5);  // truncated
+      } else {
+        for (int e = 1 + int(rng() % 6); e > 0; --e) {
+          size_t at = rng() % b.size();
+          const uint8_t extreme[] = {0x00, 0x7F, 0x80, 0xFF};
+          size_t n = std::min<size_t>(rng() % 3 ? 1 : 4, b.size() - at);  // a byte, or a whole word
+          uint8_t v = rng() % 2 ? extreme[rng() % 4] : uint8_t(rng());
+          std::fill(b.begin() + long(at), b.begin() + long(at + n), v);
+        }
+      }
+      vt::writeFile(path, b);
+      std::string args = s.command, out;
+      args.replace(args.find("%s"), 2, path);
+      int status = vimg(args, &out);
+      EXPECT_TRUE(status == 0 || (status == 1 && out.find("vimg: ") != std::string::npos)) << args << " status " << status << "\n" << out;
+      ++ran;
+    }
+  }
+  EXPECT_EQ(ran, 240);
+}
+
+TEST(VimgMalformed, OneLineNamingTheFileAndWhatWasWrong) {
+  vt::TempDir d;
+  std::string out;
+  EXPECT_EQ(vimg("psd info " + d.path("missing.psd"), &out), 1);
+  EXPECT_EQ(out, "vimg: " + d.path("missing.psd") + ": cannot be opened: No such file or directory\n");
+  Bytes sgi = vt::readFile(kData + "/sgi/im_rgba8_150x12_rle.sgi");
+  sgi.resize(sgi.size() / 2);
+  vt::writeFile(d.path("cut.sgi"), sgi);
+  EXPECT_EQ(vimg("convert " + d.path("cut.sgi") + " " + d.path("o.png"), &out), 1);
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << out;
+  EXPECT_NE(out.find("getrow: error on read of row"), std::string::npos) << out;
+  // A layer of 57 channels after a good one: described as far as it was read, then the failure.
+  vt::psd::Document doc;
+  doc.layers.resize(2);
+  doc.layers[0].name = "good", doc.layers[1].name = "many";
+  doc.layers[1].channels.assign(57, vt::psd::rawChannel(0, {}));
+  vt::writeFile(d.path("many.psd"), vt::psd::build(doc));
+  EXPECT_EQ(vimg("psd info " + d.path("many.psd"), &out), 1);
+  EXPECT_NE(out.find("[0] \"good\""), std::string::npos) << out;
+  EXPECT_NE(out.find("many.psd: Invalid information read from file (described as far as it was read: 1 layer records)"),
+            std::string::npos) << out;
+  // Grey stays grey in formats that have grey.
+  ASSERT_EQ(vimg("convert " + kData + "/sgi/im_gray8_50x20_rle.sgi " + d.path("g.png")), 0);
+  std::string channels;
+  vt::run("identify -format '%[channels]' '" + d.path("g.png") + "'", &channels);
+  EXPECT_EQ(channels, "gray");
 }

@@ -34,16 +34,11 @@ void run(const Options& o) {
   w.bits = o.bits;
   w.topDown = o.topDown;
   if (!o.tile.empty() && sscanf(o.tile.c_str(), "%dx%d", &w.tileWidth, &w.tileHeight) != 2) {
-    fprintf(stderr, "vimg: convert: --tile wants WxH, such as 64x64\n");
-    exitStatus = 2;
-    return;
+    return fail("convert: --tile wants WxH, such as 64x64", kStatusUsage);
   }
   Image img;
   std::string error;
-  if (!readImage(o.in, img, error) || !writeImage(o.out, img, w, error)) {
-    fprintf(stderr, "vimg: %s\n", error.c_str());
-    exitStatus = 1;
-  }
+  if (!readImage(o.in, img, error) || !writeImage(o.out, img, w, error)) fail(error);
 }
 
 }  // namespace
@@ -59,7 +54,7 @@ void registerConvert(CLI::App& app) {
   cmd->add_option("--bits", opt->bits, "bits per channel of the output: 8 or 16")
       ->check(CLI::IsMember({8, 16}));
   cmd->add_flag("--top-down", opt->topDown, "native output: send lines top line first");
-  cmd->callback([opt] { run(*opt); });
+  cmd->callback([opt] { guarded(opt->in, [&] { run(*opt); }); });
 }
 
 }  // namespace vimg

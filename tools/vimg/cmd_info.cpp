@@ -158,7 +158,7 @@ struct Report {
 Report inspect(const std::string& file, bool chunks) {  // chunks: walk the tree too
   Report rep;
   rep.file = file;
-  if (isSgiFile(file)) {
+  if (isFileSgi(file.c_str())) {
     IMAGE* img = iopen(file.c_str(), "r", 0, 0, 0, 0, 0);
     if (!img) {
       rep.error = "not a readable SGI image";
@@ -209,7 +209,7 @@ Report inspect(const std::string& file, bool chunks) {  // chunks: walk the tree
 // Packed bytes of a tile: its chunk without the rectangle; "raw" when it is the raw size.
 std::string tileText(const Node& n, const ILheader& h) {
   int w = n.rect[2] - n.rect[0] + 1, ht = n.rect[3] - n.rect[1] + 1;
-  int slots = n.id == "ZBUF" ? 1 : ((h.type & IL_COLOR) ? 3 : (h.type & IL_MATTE) ? 0 : 1) + ((h.type & IL_ALPHA) ? 1 : 0);
+  int slots = n.id == "ZBUF" ? 1 : ILtypechannels(h.type);
   uint64_t raw = uint64_t(w) * ht * slots * (n.id == "ZBUF" ? 4 : h.bytes);
   uint32_t packed = n.size - 8;
   return std::to_string(packed) + (packed >= raw ? " bytes (raw)" : " bytes");
@@ -222,12 +222,12 @@ void printSgi(const Report& r) {
   printf("%s\n", r.file.c_str());
   printf("  format       SGI image\n");
   printf("  size         %u x %u, %u channel%s\n", h.xsize, h.ysize, h.zsize, h.zsize == 1 ? "" : "s");
-  printf("  bytes        %u per channel\n", h.type & 0xFF);
-  printf("  storage      %s\n", (h.type >> 8) == 1 ? "run-length" : (h.type >> 8) == 0 ? "verbatim" : "unknown");
+  printf("  bytes        %u per channel\n", SGI_BPC(&h));
+  printf("  storage      %s\n", SGI_STORAGE(&h) == 1 ? "run-length" : SGI_STORAGE(&h) == 0 ? "verbatim" : "unknown");
   printf("  dim          %u\n", h.dim);
   printf("  min, max     %u, %u\n", h.min, h.max);
   printf("  name         %s\n", sgiName(h).c_str());
-  if ((h.type >> 8) == 1) printf("  waste        %u bytes\n", h.wastebytes);
+  if (SGI_STORAGE(&h) == 1) printf("  waste        %u bytes\n", h.wastebytes);
 }
 
 void printText(const Report& r, bool chunks, bool tiles) {
@@ -276,8 +276,8 @@ void addJson(Json& j, const Report& r, bool chunks, bool tiles) {
         .field("width", uint32_t(h.xsize))
         .field("height", uint32_t(h.ysize))
         .field("channels", uint32_t(h.zsize))
-        .field("bytes", uint32_t(h.type & 0xFF))
-        .field("storage", (h.type >> 8) == 1 ? "rle" : "verbatim")
+        .field("bytes", uint32_t(SGI_BPC(&h)))
+        .field("storage", SGI_STORAGE(&h) == 1 ? "rle" : "verbatim")
         .field("dim", uint32_t(h.dim))
         .field("min", h.min)
         .field("max", h.max)
@@ -343,13 +343,12 @@ void run(const Options& o) {
   Json j;
   if (o.json) j.beginObject().key("files").beginArray();
   for (const std::string& file : o.files) {
-    Report r = inspect(file, o.chunks || o.tiles);
-    if (!r.error.empty()) {
-      exitStatus = 1;
-      fprintf(stderr, "vimg: %s: %s (error %d)\n", file.c_str(), r.error.c_str(), r.code);
-    }
-    if (o.json) addJson(j, r, o.chunks, o.tiles);
-    else printText(r, o.chunks, o.tiles);
+    guarded(file, [&] {
+      Report r = inspect(file, o.chunks || o.tiles);
+      if (!r.error.empty()) fail(file + ": " + r.error + (r.code > 0 ? " (error " + std::to_string(r.code) + ")" : ""));
+      if (o.json) addJson(j, r, o.chunks, o.tiles);
+      else printText(r, o.chunks, o.tiles);
+    });
   }
   if (o.json) {
     j.endArray().endObject();

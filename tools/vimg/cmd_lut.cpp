@@ -25,15 +25,11 @@ struct Options {
 std::unique_ptr<TccLut> load(const std::string& file, const char** parser) {
   TfileStream s(file.c_str());
   if (!s.isOpen()) {
-    fprintf(stderr, "vimg: %s: cannot open\n", file.c_str());
-    exitStatus = 1;
+    fail(file + ": " + openProblem(file));
     return nullptr;
   }
   std::unique_ptr<TccLut> lut(TccLutFile::read(s, parser));
-  if (!lut) {
-    fprintf(stderr, "vimg: %s: not a LUT file of a known format (csp, lut, look, cube, 3dl)\n", file.c_str());
-    exitStatus = 1;
-  }
+  if (!lut) fail(file + ": not a LUT file of a known format (csp, lut, look, cube, 3dl)");
   return lut;
 }
 
@@ -96,11 +92,7 @@ void apply(const Options& o) {
   if (!lut) return;
   Image img;
   std::string error;
-  if (!readImage(o.in, img, error)) {
-    fprintf(stderr, "vimg: %s\n", error.c_str());
-    exitStatus = 1;
-    return;
-  }
+  if (!readImage(o.in, img, error)) return fail(error);
   TscLutLin2LogPreTransform lin2log;
   const TscLutLin2LogPreTransform* pre = o.lin2log ? &lin2log : nullptr;
   size_t n = size_t(img.width) * img.height;
@@ -119,10 +111,7 @@ void apply(const Options& o) {
         p[4 * i + size_t(2 - c)] = uint16_t(std::lround((!(v >= 0) ? 0 : v > 1 ? 1 : v) * 65535.0f));
       }
   }
-  if (!writeImage(o.out, img, WriteOptions{}, error)) {
-    fprintf(stderr, "vimg: %s\n", error.c_str());
-    exitStatus = 1;
-  }
+  if (!writeImage(o.out, img, WriteOptions{}, error)) fail(error);
 }
 
 }  // namespace
@@ -134,7 +123,7 @@ void registerLut(CLI::App& app) {
   CLI::App* i = cmd->add_subcommand("info", "the parser that takes FILE, kind, sizes, pre-LUTs, values");
   i->add_option("file", o->file, "LUT file (.csp, .lut, .look, .cube, .3dl)")->required();
   i->add_flag("--json", o->json, "print one JSON document");
-  i->callback([o] { info(*o); });
+  i->callback([o] { guarded(o->file, [&] { info(*o); }); });
   CLI::App* e = cmd->add_subcommand("eval", "the LUT at one colour (each value printed with %.9g)");
   e->add_option("file", o->file)->required();
   e->add_option("r", o->rgb[0])->required();
@@ -142,14 +131,14 @@ void registerLut(CLI::App& app) {
   e->add_option("b", o->rgb[2])->required();
   e->add_flag("--lin2log", o->lin2log, "apply the lin-to-log pre-transform first (defaults)");
   e->add_flag("--json", o->json, "print one JSON document");
-  e->callback([o] { eval(*o); });
+  e->callback([o] { guarded(o->file, [&] { eval(*o); }); });
   CLI::App* a = cmd->add_subcommand("apply", "apply the LUT to an image (native IFF, SGI, PNG, ...)");
   a->add_option("file", o->file)->required();
   a->add_option("in", o->in)->required();
   a->add_option("out", o->out)->required();
   a->add_flag("--lin2log", o->lin2log, "apply the lin-to-log pre-transform first (defaults)");
   a->add_option("--threads", o->threads, "threads (0: one per core)");
-  a->callback([o] { apply(*o); });
+  a->callback([o] { guarded(o->file, [&] { apply(*o); }); });
 }
 
 }  // namespace vimg

@@ -46,21 +46,31 @@ std::string flagText(uint8_t flags) {
   return s;
 }
 
-bool fail(const std::string& message) {
-  fprintf(stderr, "vimg: %s\n", message.c_str());
-  exitStatus = 1;
+// Opens a document; false (with the one failure line) when it cannot be opened or is not one.
+bool open(const std::string& path, std::unique_ptr<TpsdFile>& doc) {
+  TphotoshopFile* file = nullptr;
+  std::string problem = openProblem(path);
+  if (problem.empty() && openPsdFile(path.c_str(), file, true) == kSuccess) {
+    doc.reset(static_cast<TpsdFile*>(file));
+    return true;
+  }
+  fail(path + ": " + (problem.empty() ? "not a Photoshop document (version 1)" : problem));
   return false;
 }
 
-// Opens and reads the document's structure and channel data; false (with a message) on failure.
-bool load(const std::string& path, std::unique_ptr<TpsdFile>& doc) {
-  TphotoshopFile* file = nullptr;
-  if (openPsdFile(path.c_str(), file, true) != kSuccess)
-    return fail(path + ": not a Photoshop document (version 1)");
-  doc.reset(static_cast<TpsdFile*>(file));
-  if (doc->readAllChannelData() == 0) return true;
-  for (const Tstring& m : TpsdFileWarning::instance().messages()) fprintf(stderr, "vimg: warning: %s\n", m.asChar());
-  return fail(path + ": " + (doc->lastReadError().isEmpty() ? "cannot be read" : doc->lastReadError().str()));
+// Reads the structure and channel data; "" or why the reading stopped (the records read before
+// it stay in the document).
+std::string readAll(TpsdFile& doc) {
+  try {
+    if (doc.readAllChannelData() == 0) return "";
+    return doc.lastReadError().isEmpty() ? "cannot be read" : doc.lastReadError().str();
+  } catch (const TpsdException& e) {
+    return e.what();
+  }
+}
+
+void printWarnings(FILE* to, const char* prefix) {
+  for (const Tstring& m : TpsdFileWarning::instance().messages()) fprintf(to, "%swarning: %s\n", prefix, m.asChar());
 }
 
 // Nesting depth of every layer in file order, from the section types read top first: a set opens
@@ -179,15 +189,19 @@ void infoJson(const std::string& path, TpsdFile& doc, int compositeOk) {
   printf("%s\n", j.str().c_str());
 }
 
+// A document that cannot be read whole is described as far as it was read, then the failure.
 void info(const Options& o) {
   TpsdFileWarning::instance().clear();
   std::unique_ptr<TpsdFile> doc;
-  if (!load(o.file, doc)) return;
+  if (!open(o.file, doc)) return;
+  std::string stopped = readAll(*doc);
   TrgbaData composite;
-  int compositeOk = doc->readFlattenedImage(composite);
-  if (o.json) return infoJson(o.file, *doc, compositeOk);
-  infoText(o.file, *doc, compositeOk);
-  for (const Tstring& m : TpsdFileWarning::instance().messages()) printf("  warning: %s\n", m.asChar());
+  int compositeOk = stopped.empty() ? doc->readFlattenedImage(composite) : -1;
+  if (o.json) infoJson(o.file, *doc, compositeOk);
+  else infoText(o.file, *doc, compositeOk), printWarnings(stdout, "  ");
+  if (!stopped.empty())
+    fail(o.file + ": " + stopped + " (described as far as it was read: " + std::to_string(doc->layers().size()) +
+         " layer records)");
 }
 
 // Interleaves the grey or red/green/blue channels and the transparency of pixels into an image
@@ -216,16 +230,14 @@ Image toImage(TpixelData16& px, uint32_t width, uint32_t height, bool grey) {
 }
 
 void extract(const Options& o) {
-  if (o.composite == !o.layer.empty()) return void(fail("psd extract: give either --layer NAME or --composite"));
+  if (o.composite == !o.layer.empty()) return fail("psd extract: give either --layer NAME or --composite", kStatusUsage);
   std::unique_ptr<TpsdFile> doc;
   TrgbaData composite;
   Image img;
   bool grey = false, runLength = false;
   if (o.composite) {
-    TphotoshopFile* file = nullptr;
-    if (openPsdFile(o.file.c_str(), file, true) != kSuccess) return void(fail(o.file + ": not a Photoshop document (version 1)"));
-    doc.reset(static_cast<TpsdFile*>(file));
-    if (doc->readFlattenedImage(composite) != 0) return void(fail(o.file + ": " + doc->lastReadError().str()));
+    if (!open(o.file, doc)) return;
+    if (doc->readFlattenedImage(composite) != 0) return fail(o.file + ": " + doc->lastReadError().str());
     grey = composite.channelCount() < 3;
     // The composite's alpha channels are for the alpha readers: the picture is opaque.
     if (Tchannel* t = composite.pixelData().channel(TRANSPARENCY)) t->defaultValue = uint16_t(composite.pixelData().getMaxColor());
@@ -233,10 +245,12 @@ void extract(const Options& o) {
     img.alpha = false, img.channels = grey ? 1 : 3;
     runLength = doc->compression() == RLE;
   } else {
-    if (!load(o.file, doc)) return;
+    if (!open(o.file, doc)) return;
+    std::string stopped = readAll(*doc);
+    if (!stopped.empty()) return printWarnings(stderr, "vimg: "), fail(o.file + ": " + stopped);
     TpsdLayer* layer = doc->findLayer(o.layer.c_str());
-    if (!layer) return void(fail(o.file + ": no layer named \"" + o.layer + "\""));
-    if (layer->width() == 0 || layer->height() == 0) return void(fail(o.file + ": layer \"" + o.layer + "\" has no pixels"));
+    if (!layer) return fail(o.file + ": no layer named \"" + o.layer + "\"");
+    if (layer->width() == 0 || layer->height() == 0) return fail(o.file + ": layer \"" + o.layer + "\" has no pixels");
     grey = doc->colorMode() == 1;
     img = toImage(layer->pixels, layer->width(), layer->height(), grey);
     for (PHOTOSHOP_CHANNEL id : layer->pixels.channelListArray()) runLength |= layer->pixels.compressionMethod(id) == RLE;
@@ -262,7 +276,7 @@ void registerPsd(CLI::App& app) {
   auto* inf = psd->add_subcommand("info", "header, resources, the layer tree, channels, masks and warnings");
   inf->add_option("file", o.file, "Photoshop document (.psd)")->required();
   inf->add_flag("--json", o.json, "one JSON document for scripts");
-  inf->callback([] { info(o); });
+  inf->callback([] { guarded(o.file, [] { info(o); }); });
   auto* ext = psd->add_subcommand("extract", "write a layer's or the composite's pixels to an image file");
   ext->add_option("file", o.file, "Photoshop document (.psd)")->required();
   ext->add_option("out", o.out, "image to write (format by extension, as vimg convert)")->required();
@@ -270,7 +284,7 @@ void registerPsd(CLI::App& app) {
   ext->add_flag("--composite", o.composite, "the stored composite image");
   ext->add_option("--bits", o.bits, "8 or 16 bits per channel in the output (default: the document's)")
       ->check(CLI::IsMember({8, 16}));
-  ext->callback([] { extract(o); });
+  ext->callback([] { guarded(o.file, [] { extract(o); }); });
 }
 
 }  // namespace vimg

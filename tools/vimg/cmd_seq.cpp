@@ -102,11 +102,7 @@ void frame(const FrameOptions& o) {
   TimageSequence seq;
   bool ok = TimageSequence::initializeToBestMatch(o.file, seq, 0);
   TimageSequence::setFileNameFormats(saved);
-  if (!ok) {
-    fprintf(stderr, "vimg: %s: fits none of the formats\n", o.file.c_str());
-    exitStatus = 1;
-    return;
-  }
+  if (!ok) return fail(o.file + ": fits none of the formats");
   std::string name = seq.atFrame(o.frame).str();
   if (o.file.find('/') == std::string::npos && name.rfind("./", 0) == 0) name = name.substr(2);
   printf("%s\n", name.c_str());
@@ -126,10 +122,10 @@ void registerSeq(CLI::App& app) {
   fr->add_option("file", fo->file, "a file of the sequence")->required();
   fr->add_option("n", fo->frame, "the frame number")->required();
   fr->add_option("--format", fo->formats, "formats to try, in order (they replace the defaults)");
-  fr->callback([fo] { frame(*fo); });
+  fr->callback([fo] { guarded(fo->file, [&] { frame(*fo); }); });
   cmd->callback([cmd, lo] {
     if (cmd->got_subcommand("frame")) return;
-    list(*lo);
+    guarded(lo->paths.empty() ? "." : lo->paths[0], [&] { list(*lo); });
   });
 }
 

@@ -4,6 +4,7 @@
 #include <QImage>
 #include <QImageReader>
 #include <QString>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -39,16 +40,11 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
   img.height = int(h->height);
   img.bytes = h->bytes == 2 ? 2 : 1;
   img.alpha = h->type & IL_ALPHA;
-  img.channels = ((h->type & IL_COLOR) ? 3 : 1) + (img.alpha ? 1 : 0);
+  img.channels = std::max(ILtypechannels(h->type & ~uint32_t(IL_ALPHA)), 1) + (img.alpha ? 1 : 0);
   if (img.bytes == 2) ILsetbpp(in, 2);
-  if (img.width < 1 || img.height < 1 || img.width > 32768 || img.height > 32768) {
-    flerrno = 106;
-    error = ilError(path);
-    ILclose(in);
-    return false;
-  }
-  if (!FLallocok(uint64_t(img.rowBytes()) * img.height)) {
-    flerrno = 110;
+  // Refused before allocating: sizes out of range, or more than the file could hold.
+  if (ILcanload(in) != 0 || !FLallocok(uint64_t(img.rowBytes()) * img.height)) {
+    if (flerrno != 106) flerrno = 110;
     error = ilError(path);
     ILclose(in);
     return false;
@@ -124,7 +120,16 @@ bool writeQt(const std::string& path, const Image& src, const WriteOptions& opt,
   if (!canDeep) bytes = 1;
   Image img = withBytes(src, bytes);
   QImage q;
-  if (bytes == 2) {
+  if (img.channels == 1 && !img.alpha) {  // grey stays grey: one channel, taken from green
+    q = QImage(img.width, img.height, bytes == 2 ? QImage::Format_Grayscale16 : QImage::Format_Grayscale8);
+    for (int y = 0; y < img.height; ++y) {
+      const uint8_t* s = &img.pixels[size_t(img.height - 1 - y) * img.rowBytes()];
+      uint8_t* d = q.scanLine(y);
+      for (int x = 0; x < img.width; ++x)
+        if (bytes == 2) memcpy(d + 2 * x, s + (size_t(x) * 4 + 1) * 2, 2);
+        else d[x] = s[size_t(x) * 4 + 1];
+    }
+  } else if (bytes == 2) {
     q = QImage(img.width, img.height, img.alpha ? QImage::Format_RGBA64 : QImage::Format_RGBX64);
     for (int y = 0; y < img.height; ++y) {
       const uint16_t* s = reinterpret_cast<const uint16_t*>(&img.pixels[size_t(img.height - 1 - y) * img.rowBytes()]);
@@ -158,7 +163,7 @@ bool readSgi(const std::string& path, Image& img, std::string& error) {
   }
   img.width = in->xsize;
   img.height = in->ysize;
-  img.bytes = (in->type & 0xFF) == 2 ? 2 : 1;
+  img.bytes = SGI_BPC(in) == 2 ? 2 : 1;
   int z = in->zsize;
   img.channels = z >= 4 ? 4 : z;
   img.alpha = z == 2 || z >= 4;
@@ -235,30 +240,15 @@ bool isSgiExtension(const std::string& ext) {
 
 }  // namespace
 
-bool isSgiFile(const std::string& path) {
-  FILE* f = fopen(path.c_str(), "rb");
-  if (!f) return false;
-  unsigned char m[2] = {};
-  size_t n = fread(m, 1, 2, f);
-  fclose(f);
-  return n == 2 && m[0] == 0x01 && m[1] == 0xDA;
-}
-
 bool isNativeFile(const std::string& path) {
   std::string ext = lowerExtension(path);
-  if (ext == "iff" || ext == "gz") return true;
-  FILE* f = fopen(path.c_str(), "rb");
-  if (!f) return false;
-  char id[4] = {};
-  size_t n = fread(id, 1, 4, f);
-  fclose(f);
-  return n == 4 && FLisgroup(FL_ID(id[0], id[1], id[2], id[3])) != 0;
+  return ext == "iff" || ext == "gz" || isFileIff(path.c_str());
 }
 
 bool readImage(const std::string& path, Image& img, std::string& error) {
   // Native images and anything Qt does not know go through ILopen (and its converter programs).
   if (isNativeFile(path)) return readNative(path, img, error);
-  if (isSgiFile(path)) return readSgi(path, img, error);
+  if (isFileSgi(path.c_str())) return readSgi(path, img, error);
   QImageReader probe(QString::fromStdString(path));
   if (probe.canRead()) return readQt(path, img, error);
   return readNative(path, img, error);

@@ -26,7 +26,6 @@ struct WriteOptions {
 };
 
 bool isNativeFile(const std::string& path);
-bool isSgiFile(const std::string& path);
 bool readImage(const std::string& path, Image& img, std::string& error);
 bool writeImage(const std::string& path, const Image& img, const WriteOptions& opt,
                 std::string& error);

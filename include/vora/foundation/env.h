@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): environment variables.
+// Foundation: environment variables.
 #pragma once
 
 #include <vora/export.h>

@@ -1,4 +1,4 @@
-/* Foundation stand-in: FL chunked-file streams (ARCHITECTURE.md section 3.1).
+/* Foundation: FL chunked-file streams (ARCHITECTURE.md section 3.1).
  *
  * An FLfile is a stream record over a plain file, a "pipe:COMMAND", standard input/output ("-"),
  * or a converter program wrapped around another stream (FLfilter). It reads and writes IFF-85
@@ -208,6 +208,12 @@ VORA_API const char* FLgetext(const char* name);
  * within the documented limit: VORA_MAX_ALLOC_MB (mebibytes) when set, else 4096 MiB. Readers that
  * can bound a size by the file's length check that first. */
 VORA_API int FLallocok(uint64_t bytes);
+/* Replaces the limit for the rest of the process (vimg --max-memory); 0 restores the default. */
+VORA_API void FLsetalloclimit(uint64_t bytes);
+/* The one check of a declared image size against its file: nonzero when `decoded` bytes fit the
+ * allocation limit and could come from `stored` bytes of a coding that expands data at most
+ * `ratio` times (plus 1 MiB of headroom for small files). stored < 0 (a pipe): the limit alone. */
+VORA_API int FLdecodeok(uint64_t decoded, int64_t stored, uint32_t ratio);
 /* Grows *buffer (realloc) to hold at least need bytes, tracking the capacity in *size;
  * returns the buffer or null with flerrno FL_ENOMEM (the old buffer then stays). */
 VORA_API void* FLgrow(void** buffer, size_t* size, size_t need);

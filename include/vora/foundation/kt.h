@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): the host's container templates, as std aliases.
+// Foundation: the container templates, as std aliases.
 #pragma once
 
 #include <functional>

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): the message catalogue and the error reporter.
+// Foundation: the message catalogue and the error reporter.
 #pragma once
 
 #include <string>

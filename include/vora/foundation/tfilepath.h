@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): TfilePath, a file's path, and TmemoryException, what
+// Foundation: TfilePath, a file's path, and TmemoryException, what
 // the foundation throws when memory runs out (or an allocation passes FLallocok's limit).
 #pragma once
 
@@ -11,7 +11,7 @@
 class VORA_API TfilePath {
  public:
   TfilePath() = default;
-  TfilePath(const char* path) : path_(path ? path : "") {}  // implicit, as the host's type
+  TfilePath(const char* path) : path_(path ? path : "") {}  // implicit, so that names pass as text
   TfilePath(const Tstring& path) : path_(path.str()) {}
   TfilePath(std::string path) : path_(std::move(path)) {}
 

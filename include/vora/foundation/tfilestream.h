@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): TfileStream, an input stream over a file (binary, so
+// Foundation: TfileStream, an input stream over a file (binary, so
 // that carriage returns reach the readers, whose formats care about them).
 #pragma once
 

@@ -1,4 +1,4 @@
-// Foundation stand-in (ARCHITECTURE.md 3.1): Tstring, a small text class over std::string, and
+// Foundation: Tstring, a small text class over std::string, and
 // TstringArray.
 #pragma once
 
@@ -11,7 +11,7 @@
 class VORA_API Tstring {
  public:
   Tstring() = default;
-  Tstring(const char* s) : s_(s ? s : "") {}  // implicit, as the host's type
+  Tstring(const char* s) : s_(s ? s : "") {}  // implicit, so that names pass as text
   Tstring(std::string s) : s_(std::move(s)) {}
 
   // printf-style formatting into a new string.
