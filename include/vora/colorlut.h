@@ -99,6 +99,9 @@ class VORA_API TccLutFile {
   static TccLut* read(TfileStream& stream);
   // As read; parser (when given) receives the class name of the parser that accepted the file.
   static TccLut* read(TfileStream& stream, const char** parser);
+  // As read; why (when given) receives, for a file no parser takes, the reason of the parser that
+  // read furthest: "line N: what was wrong (PARSER)".
+  static TccLut* read(TfileStream& stream, const char** parser, Tstring* why);
   static kt::set<Tstring> getExtensions();
   TccLutFile& operator=(const TccLutFile&) { return *this; }
 };

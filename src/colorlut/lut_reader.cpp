@@ -6,10 +6,24 @@
 
 namespace vora::lut {
 
+Refusal& refusal() {
+  thread_local Refusal r;
+  return r;
+}
+
+TccLut* refuse(const char* reason) {
+  refusal().reason = reason;
+  if (refusal().line == 0) refusal().line = 1;
+  return nullptr;
+}
+
 bool readLine(TfileStream& s, std::string& line) {
   line.clear();
-  s >> std::ws;
+  for (int c; (c = s.peek()) != EOF && isspace(c);) {  // blank space, counting the line ends
+    if (s.get() == '\n') ++refusal().newlines;
+  }
   if (s.fail() || s.eof()) return false;
+  refusal().line = refusal().newlines + 1;
   for (int c; (c = s.peek()) != EOF && c != '\n';) line.push_back(char(s.get()));
   return !line.empty();  // the end of the stream mid-line ends the line normally
 }

@@ -20,6 +20,17 @@ inline bool isComment(const std::string& line) { return !line.empty() && line[0]
 // Bytes from the current position to the end of the stream (-1 when it cannot tell).
 long long bytesLeft(TfileStream& s);
 
+// Why the parser at work refused its stream: the line it reached (from 1) and what was wrong.
+// One per thread; TccLutFile::read resets it before each parser.
+struct Refusal {
+  long line = 0;  // of the line last read
+  std::string reason;
+  long newlines = 0;
+};
+Refusal& refusal();
+// Records the reason at the current line and answers null: parsers say return refuse("...").
+TccLut* refuse(const char* reason);
+
 // 2^n with n = round(log2(m)), raised to even, at least 8 (m <= 0: 256).
 float bitDepthDivisor(long long largest);
 

@@ -17,15 +17,17 @@ const std::string kData = VORA_TEST_DATA "/lut/";
 
 struct Read {
   std::unique_ptr<TccLut> lut;
-  std::string parser;
+  std::string parser, why;
 };
 
 Read readFile(const std::string& path) {
   TfileStream s(path.c_str());
   const char* p = nullptr;
   Read r;
-  r.lut.reset(TccLutFile::read(s, &p));
+  Tstring why;
+  r.lut.reset(TccLutFile::read(s, &p, &why));
   r.parser = p ? p : "";
+  r.why = why.str();
   return r;
 }
 
@@ -241,6 +243,9 @@ TEST(LutParsersMalformed, GarbageAndHugeSizes) {
   std::string iridas = "<?xml version=\"1.0\" ?>\n<look>\n<LUT>\n<size>\"1000\"</size>\n<data>\n0000803f\n";
   EXPECT_FALSE(readText(iridas).lut);
   EXPECT_FALSE(readText("LUT_3D_SIZE 2\n1 2 3\n").lut);  // missing lines
+  // The reason given is the one of the parser that read furthest, at the file's line number.
+  EXPECT_EQ(readText("\n\nLUT_3D_SIZE 2\n0 0 0\n\n1 x 1\n").why, "line 6: three numbers expected (ARRICUBE)");
+  EXPECT_EQ(readText("CSPLUTV100\n2D\n").why, "line 2: \"1D\" or \"3D\" expected (CSP)");
 }
 
 TEST(LutParsersMalformed, NanAndInfiniteValuesGiveDefinedResults) {

@@ -28,8 +28,9 @@ std::unique_ptr<TccLut> load(const std::string& file, const char** parser) {
     fail(file + ": " + openProblem(file));
     return nullptr;
   }
-  std::unique_ptr<TccLut> lut(TccLutFile::read(s, parser));
-  if (!lut) fail(file + ": not a LUT file of a known format (csp, lut, look, cube, 3dl)");
+  Tstring why;
+  std::unique_ptr<TccLut> lut(TccLutFile::read(s, parser, &why));
+  if (!lut) fail(file + ": not a LUT file of a known format (csp, lut, look, cube, 3dl); " + why.str());
   return lut;
 }
 
