@@ -28,6 +28,9 @@ void guarded(const std::string& file, const std::function<void()>& work);
 // Why a file cannot be opened for reading ("" when it can): the system's reason.
 std::string openProblem(const std::string& file);
 
+// Parses the command line and runs the command; the exit status.
+int run(int argc, char** argv);
+
 void registerInfo(CLI::App& app);
 void registerConvert(CLI::App& app);
 void registerSeq(CLI::App& app);
