@@ -87,10 +87,8 @@ extern "C" {
 
 int ILcanload(ILimage* handle) {
   if (!handle) return fail(FL_ESTATE);
-  Handle* h = H(handle);
   if (!ILgetheader(handle)) return flerrno;
-  if (!sizeInRange(h->hdr.width, h->hdr.height) || (h->hdr.bytes != 1 && h->hdr.bytes != 2)) return fail(106);
-  return decodable(h) ? 0 : fail(110);
+  return pixelSetup(H(handle));
 }
 
 int ILwritetile(ILimage* handle, void* colour, void* depth, const uint32_t rect[4], int pitch) {

@@ -20,7 +20,9 @@ int exitStatus = kStatusOk;
 
 // The library's own report of the failure joins the one line, so a failure is one message.
 void fail(const std::string& message, int status) {
-  fprintf(stderr, "vimg: %s%s\n", message.c_str(), reported.empty() ? "" : (" (" + reported + ")").c_str());
+  std::string line = "vimg: " + message;
+  if (!reported.empty()) line += " (" + reported + ")";
+  fprintf(stderr, "%s\n", line.c_str());
   reported.clear();
   if (exitStatus == kStatusOk || status == kStatusUsage) exitStatus = status;
 }

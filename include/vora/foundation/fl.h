@@ -1,4 +1,4 @@
-/* Foundation: FL chunked-file streams (ARCHITECTURE.md section 3.1).
+/* Foundation: FL chunked-file streams (docs/ARCHITECTURE.md, section 3).
  *
  * An FLfile is a stream record over a plain file, a "pipe:COMMAND", standard input/output ("-"),
  * or a converter program wrapped around another stream (FLfilter). It reads and writes IFF-85
