@@ -3,17 +3,7 @@
  * An ILimage is an FL stream record (vora/foundation/fl.h) extended by the image fields, so every
  * FL call takes the image handle directly. IL calls return 0 or an error code that is also left
  * in flerrno; calls returning pointers return null and leave the code there. The image library's
- * own codes (texts from FLstrerror):
- *   100 not a native image and the parse set no foundation error
- *   101 parse failed with a foundation error, or no further image
- *   102 the conversion program could not be started
- *   103 header already done; the value cannot change
- *   104 no header chunk before the end          105 the header chunk could not be begun
- *   106 size out of range                        107 data after the image data was finished
- *   108 no packer or unpacker for the compression
- *   109 tile rectangle outside the image (ours)   110 image too large (ours)
- *   111 conversion program missing (foundation error 43) or output conversion failed
- *   112 zoom filter program missing
+ * own codes (IL_E* below; texts from FLstrerror) follow the foundation's FL_E* codes.
  */
 #ifndef VORA_ILIB_H
 #define VORA_ILIB_H
@@ -47,6 +37,23 @@ typedef struct ILheader {
 #define IL_ALPHA 2
 #define IL_ZBUFFER 4
 #define IL_MATTE 16
+
+/* the image library's error codes */
+enum {
+  IL_ENOTIMAGE = 100,     /* not a native image, and the parse set no foundation error */
+  IL_EDAMAGED = 101,      /* the parse failed with a foundation error, or no further image */
+  IL_ECONVERT = 102,      /* the conversion program could not be started */
+  IL_EHEADERDONE = 103,   /* the header is already written or read: the value cannot change */
+  IL_ENOHEADER = 104,     /* no header chunk before the end of the image */
+  IL_EHEADER = 105,       /* the header chunk cannot be read */
+  IL_ESIZE = 106,         /* image or tile size out of range */
+  IL_EFINISHED = 107,     /* data after the image data was finished */
+  IL_ENOCODEC = 108,      /* no packer or unpacker for the compression */
+  IL_ERECT = 109,         /* a tile rectangle outside the image or inverted */
+  IL_ETOOLARGE = 110,     /* over the allocation limit, or more than the file can hold */
+  IL_ENOCONVERTER = 111,  /* conversion program missing (FL_ENOCMD) or output conversion failed */
+  IL_ENOFILTER = 112,     /* zoom filter program missing */
+};
 
 /* the largest width and height of a native image */
 #define IL_MAXSIZE 32768

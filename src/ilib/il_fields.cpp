@@ -56,7 +56,7 @@ int parseFields(Handle* h, const std::vector<unsigned char>& d) {
     uint32_t count = vora::be32(&d[o + 4]);
     if (tag == 0) return 0;
     o += 8;
-    if (count > d.size() - o) return 101;  // the field runs past its chunk
+    if (count > d.size() - o) return IL_EDAMAGED;  // the field runs past its chunk
     std::vector<unsigned char> data(d.begin() + long(o), d.begin() + long(o + count));
     swapElements(tag, data.data(), count);
     if (putField(h, tag, count, data.data()) != 0) return flerrno;
@@ -112,7 +112,7 @@ void ILinitfields(ILimage* handle) {
 
 int ILsetfield(ILimage* handle, uint32_t tag, int count, const void* data) {
   if (!handle) return fail(FL_ESTATE);
-  if (H(handle)->state & IL_ST_HEADER) return fail(103);
+  if (H(handle)->state & IL_ST_HEADER) return fail(IL_EHEADERDONE);
   return putField(H(handle), tag, count > 0 ? uint32_t(count) : 0, data);
 }
 
@@ -143,15 +143,15 @@ int ILreadfields(ILimage* handle) {
   for (;;) {
     int r = FLbgnget(handle, &id, &size);
     if (r == FL_END) return 0;
-    if (r) return fail(101);
-    if (FLisgroup(id)) return FLunget(handle) ? fail(101) : 0;
+    if (r) return fail(IL_EDAMAGED);
+    if (FLisgroup(id)) return FLunget(handle) ? fail(IL_EDAMAGED) : 0;
     if (id == kFLDS || id == kAUTH || id == kDATE) {
-      if (!readChunk(handle, size, d)) return fail(101);
+      if (!readChunk(handle, size, d)) return fail(IL_EDAMAGED);
       if (id == kFLDS && (r = parseFields(h, d)) != 0) return fail(r);
       if (id == kAUTH) keepText(&h->auth, &h->authlen, d);
       if (id == kDATE) keepText(&h->date, &h->datelen, d);
     }
-    if (FLendget(handle) != 0) return fail(101);
+    if (FLendget(handle) != 0) return fail(IL_EDAMAGED);
   }
 }
 
@@ -179,7 +179,7 @@ int ILwritefields(ILimage* handle) {
 
 int ILcopyfields(ILimage* to, ILimage* from) {
   if (!to || !from) return fail(FL_ESTATE);
-  if (H(to)->state & IL_ST_HEADER) return fail(103);
+  if (H(to)->state & IL_ST_HEADER) return fail(IL_EHEADERDONE);
   if (!ILgetheader(from)) return flerrno;
   for (FLnode* n = H(from)->fields.head; n; n = n->next) {
     Field* f = reinterpret_cast<Field*>(n);

@@ -35,7 +35,7 @@ int ensureParsed(Handle* h) {
     return 0;
   }
   FLsetform(I(h), nullptr);
-  return flerrno ? 101 : 100;
+  return flerrno ? IL_EDAMAGED : IL_ENOTIMAGE;
 }
 
 }  // namespace
@@ -83,7 +83,7 @@ ILheader* ILgetheader(ILimage* handle) {
   uint32_t size = 0;
   for (;;) {
     if (FLbgnget(handle, &id, &size) != 0) {
-      if (!flerrno) flerrno = FLlastid(handle) == kTBHD ? 105 : 104;
+      if (!flerrno) flerrno = FLlastid(handle) == kTBHD ? IL_EHEADER : IL_ENOHEADER;
       return nullptr;
     }
     if (id == kTBHD) break;
@@ -92,13 +92,13 @@ ILheader* ILgetheader(ILimage* handle) {
       if (FLget(handle, v, 4) == 4) h->version = be32(v);
     }
     if (FLendget(handle) != 0) {
-      if (!flerrno) flerrno = 104;
+      if (!flerrno) flerrno = IL_ENOHEADER;
       return nullptr;
     }
   }
   uint8_t b[32] = {};
   if (!acceptedHeaderSize(size) || FLget(handle, b, size) != int64_t(size)) {
-    if (!flerrno) flerrno = 105;
+    if (!flerrno) flerrno = IL_EHEADER;
     return nullptr;
   }
   h->hdr.width = be32(b);
@@ -114,7 +114,7 @@ ILheader* ILgetheader(ILimage* handle) {
   h->state |= IL_ST_HEADER;
   FLendget(handle);
   if (ILreadfields(handle) != 0) {
-    flerrno = 101;
+    flerrno = IL_EDAMAGED;
     return nullptr;
   }
   const void* dpi = nullptr;

@@ -76,7 +76,7 @@ int ILcload(ILimage* handle, void** colour, void** depth) {
   if (int r = pixelSetup(h)) return r;
   size_t lines = h->hdr.height;
   size_t per = (h->state & IL_ST_WIDEN) ? h->linebytes * 2 : h->linebytes;
-  if (!FLallocok(uint64_t(lines) * (per + size_t(h->hdr.width) * 4))) return fail(110);
+  if (!FLallocok(uint64_t(lines) * (per + size_t(h->hdr.width) * 4))) return fail(IL_ETOOLARGE);
   void* c = colour ? malloc(lines * per) : nullptr;
   bool hasDepth = depth && (h->hdr.type & IL_ZBUFFER);
   void* z = hasDepth ? malloc(lines * h->hdr.width * 4) : nullptr;

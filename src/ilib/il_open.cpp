@@ -55,7 +55,7 @@ ILimage* openProcedure(Handle* h, const char* name, const char* mode) {
     ILinitfields(I(h));
     if ((!isPipeName(name) || (ilconfig & IL_CFG_PIPEOUTCVT)) && !(ilconfig & IL_CFG_NOOUTCVT)) {
       const char* cmd = gOutFilter.set ? gOutFilter.text.c_str() : VoraGetEnv("ILOCVT");
-      if (cmd && *cmd && !FLfilter(cmd, mode, I(h))) return failClosed(h, 111);
+      if (cmd && *cmd && !FLfilter(cmd, mode, I(h))) return failClosed(h, IL_ENOCONVERTER);
     }
     int r = FLbgnwgroup(I(h), kFOR4, kCIMG);
     if (r) return failClosed(h, r);
@@ -76,7 +76,7 @@ ILimage* openProcedure(Handle* h, const char* name, const char* mode) {
     return I(h);
   }
   if (r == FL_NOTIFF || r == FL_NOFORM) return inputConversion(h, name, mode);
-  return failClosed(h, flerrno ? 101 : 100);
+  return failClosed(h, flerrno ? IL_EDAMAGED : IL_ENOTIMAGE);
 }
 
 ILimage* inputConversion(Handle* h, const char* name, const char* mode) {
@@ -96,7 +96,7 @@ ILimage* inputConversion(Handle* h, const char* name, const char* mode) {
         std::string pipe = "pipe:" + cmd + " " + name + " stdout";
         ILimage* r = ILreopen(pipe.c_str(), mode, I(h));
         if (!r) {
-          if (flerrno == FL_ENOCMD) flerrno = 111;
+          if (flerrno == FL_ENOCMD) flerrno = IL_ENOCONVERTER;
           return nullptr;
         }
         H(r)->state = IL_ST_READ;
@@ -104,7 +104,7 @@ ILimage* inputConversion(Handle* h, const char* name, const char* mode) {
       }
     }
     pushBackParsed(h);
-    if (!FLfilter(cmd.c_str(), mode, I(h))) return failClosed(h, flerrno == FL_ENOCMD ? 111 : 102);
+    if (!FLfilter(cmd.c_str(), mode, I(h))) return failClosed(h, flerrno == FL_ENOCMD ? IL_ENOCONVERTER : IL_ECONVERT);
     if (attempt == 2) break;
     flerrno = 0;
     int r = FLparse(I(h));
@@ -112,7 +112,7 @@ ILimage* inputConversion(Handle* h, const char* name, const char* mode) {
       accept(h);
       return I(h);
     }
-    if (r != FL_NOTIFF && r != FL_NOFORM) return failClosed(h, flerrno ? 101 : 100);
+    if (r != FL_NOTIFF && r != FL_NOFORM) return failClosed(h, flerrno ? IL_EDAMAGED : IL_ENOTIMAGE);
   }
   h->state = IL_ST_READ;
   return I(h);
@@ -228,7 +228,7 @@ int ILnext(ILimage* handle) {
   }
   FLsetform(handle, nullptr);
   h->cimgDepth = 0;
-  return fail(FLdepth(handle) > 0 ? 101 : 100);
+  return fail(FLdepth(handle) > 0 ? IL_EDAMAGED : IL_ENOTIMAGE);
 }
 
 int ILclose(ILimage* handle) {
@@ -236,7 +236,7 @@ int ILclose(ILimage* handle) {
   H(handle)->zoom = nullptr;
   bool filteredOutput = (handle->flags & FL_FILTER) && (handle->flags & FL_WRITE);
   int r = FLclose(handle);
-  if (r == FL_ECHILD && filteredOutput) r = 111;
+  if (r == FL_ECHILD && filteredOutput) r = IL_ENOCONVERTER;
   return r ? fail(r) : 0;
 }
 

@@ -43,15 +43,15 @@ int enterPixels(Handle* h, ReadState& rs) {
       rs.exhausted = true;  // an image without pixel data reads as zeros
       return 0;
     }
-    if (r) return fail(r == FL_EREAD ? FL_EREAD : 101);
+    if (r) return fail(r == FL_EREAD ? int(FL_EREAD) : int(IL_EDAMAGED));
     if (id == kFOR4 && FLbgnrgroup(I(h), &type) == 0) {
       if (type == kTBMP) {
         rs.entered = true;
         return 0;
       }
-      if (FLendrgroup(I(h)) != 0) return fail(101);
+      if (FLendrgroup(I(h)) != 0) return fail(IL_EDAMAGED);
     } else if (FLendget(I(h)) != 0) {
-      return fail(101);
+      return fail(IL_EDAMAGED);
     }
   }
 }
@@ -69,18 +69,18 @@ bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err) {
       return false;
     }
     if (r) {
-      *err = fail(r == FL_EREAD ? FL_EREAD : 101);
+      *err = fail(r == FL_EREAD ? int(FL_EREAD) : int(IL_EDAMAGED));
       return false;
     }
     if ((id == kRGBA || id == kZBUF) && size >= 8) break;
     if (FLendget(I(h)) != 0) {
-      *err = fail(101);
+      *err = fail(IL_EDAMAGED);
       return false;
     }
   }
   unsigned char rect[8];
   if (FLget(I(h), rect, 8) != 8) {
-    *err = fail(101);
+    *err = fail(IL_EDAMAGED);
     return false;
   }
   t.x0 = vora::be16(rect);
@@ -89,7 +89,7 @@ bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err) {
   t.y1 = vora::be16(rect + 6);
   t.depth = id == kZBUF;
   if (t.x0 > t.x1 || t.y0 > t.y1 || t.x1 >= h->hdr.width || t.y1 >= h->hdr.height) {
-    *err = fail(109);
+    *err = fail(IL_ERECT);
     return false;
   }
   // What the chunk holds (checked against the file); on a pipe, grow only as data arrives.
@@ -100,12 +100,12 @@ bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err) {
     size_t step = std::min<size_t>(n - at, size_t(1) << 22);
     t.packed.resize(at + step);
     if (FLget(I(h), t.packed.data() + at, step) != int64_t(step)) {
-      *err = fail(101);
+      *err = fail(IL_EDAMAGED);
       return false;
     }
   }
   if (FLendget(I(h)) != 0) {
-    *err = fail(101);
+    *err = fail(IL_EDAMAGED);
     return false;
   }
   return true;
@@ -126,7 +126,7 @@ int decodeTile(Handle* h, const ReadState::Tile& t, unsigned char* dest, uint32_
     unpack = h->hdr.compress ? ILunpackrle : ILunpack;
   } else {
     unpack = compressorFor(h->hdr.compress).unpack;
-    if (!unpack) return fail(108);
+    if (!unpack) return fail(IL_ENOCODEC);
     d.bytes = h->hdr.bytes;
     d.mask = h->chanmask;
     d.epp = h->bpp;
@@ -226,11 +226,11 @@ ReadState* readState(Handle* h) {
 int beginReading(Handle* h, ReadState** rs) {
   if (!(h->fl.flags & FL_READ)) return fail(FL_EMODE);
   if (!ILgetheader(I(h))) return flerrno;
-  if (h->state & IL_ST_FINISHED) return fail(107);
+  if (h->state & IL_ST_FINISHED) return fail(IL_EFINISHED);
   if (!(*rs = readState(h))) return flerrno;
   if (!(*rs)->entered && !(*rs)->exhausted) {
     if (int r = pixelSetup(h)) return r;
-    if (!compressorFor(h->hdr.compress).unpack) return fail(108);
+    if (!compressorFor(h->hdr.compress).unpack) return fail(IL_ENOCODEC);
     h->state |= IL_ST_TILEGROUP | IL_ST_LINEMODE;
     return enterPixels(h, **rs);
   }

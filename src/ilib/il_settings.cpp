@@ -40,8 +40,8 @@ const unsigned char ildeflut[256] = {
 int ILsetsize(ILimage* handle, int width, int height) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
-  if (!isRead(h) && headerDone(h)) return fail(103);
-  if (width < 1 || height < 1 || !sizeInRange(uint32_t(width), uint32_t(height))) return fail(106);
+  if (!isRead(h) && headerDone(h)) return fail(IL_EHEADERDONE);
+  if (width < 1 || height < 1 || !sizeInRange(uint32_t(width), uint32_t(height))) return fail(IL_ESIZE);
   // On a read handle this means binding a zoom (ILsetzoom), which this build lacks yet.
   if (isRead(h)) return fail(FL_ENOTSUP);
   h->hdr.width = uint32_t(width);
@@ -52,7 +52,7 @@ int ILsetsize(ILimage* handle, int width, int height) {
 int ILsetorigin(ILimage* handle, int x, int y) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
-  if (headerDone(h)) return fail(103);
+  if (headerDone(h)) return fail(IL_EHEADERDONE);
   h->hdr.orgx = uint32_t(x);
   h->hdr.orgy = uint32_t(y);
   return 0;
@@ -61,7 +61,7 @@ int ILsetorigin(ILimage* handle, int x, int y) {
 int ILsettype(ILimage* handle, int type) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
-  if (headerDone(h)) return fail(103);
+  if (headerDone(h)) return fail(IL_EHEADERDONE);
   if (isRead(h)) return 0;
   // The matte flag drops the colour bit and is itself not kept.
   h->hdr.type = uint32_t(type) & ((type & IL_MATTE) ? 14u : 15u);
@@ -71,7 +71,7 @@ int ILsettype(ILimage* handle, int type) {
 int ILsetratio(ILimage* handle, int num, int den) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
-  if (headerDone(h)) return fail(103);
+  if (headerDone(h)) return fail(IL_EHEADERDONE);
   if (num) h->hdr.aspnum = uint16_t(num);
   if (den) h->hdr.aspden = uint16_t(den);
   return 0;
@@ -87,7 +87,7 @@ int ILsetbpp(ILimage* handle, int bytes) {
     else if (h->hdr.bytes == 2) h->state |= IL_ST_READ16;
     return 0;  // resampling, when built, rebinds an existing zoom here
   }
-  if (headerDone(h)) return fail(103);
+  if (headerDone(h)) return fail(IL_EHEADERDONE);
   if (bytes == 1 || bytes == 2) h->hdr.bytes = uint16_t(bytes);
   return 0;
 }
@@ -95,7 +95,7 @@ int ILsetbpp(ILimage* handle, int bytes) {
 int ILsetcompress(ILimage* handle, int code) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
-  if (headerDone(h)) return fail(103);
+  if (headerDone(h)) return fail(IL_EHEADERDONE);
   h->hdr.compress = uint32_t(code);
   return 0;
 }
@@ -103,8 +103,8 @@ int ILsetcompress(ILimage* handle, int code) {
 int ILsetpagesize(ILimage* handle, int width, int height) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
-  if (headerDone(h)) return fail(103);
-  if (width > IL_MAXSIZE || height > IL_MAXSIZE) return fail(106);
+  if (headerDone(h)) return fail(IL_EHEADERDONE);
+  if (width > IL_MAXSIZE || height > IL_MAXSIZE) return fail(IL_ESIZE);
   uint32_t w = uint32_t(width < 16 ? 16 : width), ht = uint32_t(height < 16 ? 16 : height);
   if (w > h->hdr.width) w = h->hdr.width;
   if (ht > h->hdr.height) ht = h->hdr.height;
@@ -118,7 +118,7 @@ int ILsetpagesize(ILimage* handle, int width, int height) {
 int ILsetpages(ILimage* handle, int count) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
-  if (headerDone(h)) return fail(103);
+  if (headerDone(h)) return fail(IL_EHEADERDONE);
   h->hdr.tiles = uint16_t(count);
   h->state |= IL_ST_TILING;
   return 0;
@@ -132,7 +132,7 @@ int ILsetlookups(ILimage* handle, unsigned char** tables) {
 int ILsetresolution(ILimage* handle, float dpi) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
-  if (headerDone(h)) return fail(103);
+  if (headerDone(h)) return fail(IL_EHEADERDONE);
   h->resolution = dpi;
   return 0;
 }

@@ -63,8 +63,8 @@ int flushBand(Handle* h) {
 namespace vora::il {
 
 int pixelSetup(Handle* h) {
-  if (!sizeInRange(h->hdr.width, h->hdr.height) || (h->hdr.bytes != 1 && h->hdr.bytes != 2)) return fail(106);
-  if ((h->fl.flags & FL_READ) && !decodable(h)) return fail(110);
+  if (!sizeInRange(h->hdr.width, h->hdr.height) || (h->hdr.bytes != 1 && h->hdr.bytes != 2)) return fail(IL_ESIZE);
+  if ((h->fl.flags & FL_READ) && !decodable(h)) return fail(IL_ETOOLARGE);
   // A caller who gave only the tile count (ILsetpages) still gets tiles of the default size.
   if (!(h->fl.flags & FL_READ) && (!h->twidth || !h->theight)) defaultTiling(h);
   ILinitio(I(h));
@@ -95,7 +95,7 @@ int ILwritetile(ILimage* handle, void* colour, void* depth, const uint32_t rect[
   if (!handle || !rect) return fail(FL_ESTATE);
   Handle* h = H(handle);
   if (h->fl.flags & FL_READ) return fail(FL_EMODE);
-  if (h->state & IL_ST_FINISHED) return fail(107);
+  if (h->state & IL_ST_FINISHED) return fail(IL_EFINISHED);
   if (!(h->state & IL_ST_TILEGROUP)) {
     if (int r = pixelSetup(h)) return r;
     if (int r = ILputheader(handle)) return r;
@@ -104,14 +104,14 @@ int ILwritetile(ILimage* handle, void* colour, void* depth, const uint32_t rect[
   }
   uint32_t low[4] = {rect[0] & 0xFFFF, rect[1] & 0xFFFF, rect[2] & 0xFFFF, rect[3] & 0xFFFF};
   if (low[0] > low[2] || low[1] > low[3] || low[2] >= h->hdr.width || low[3] >= h->hdr.height)
-    return fail(109);
+    return fail(IL_ERECT);
   ILpackdesc d{};
   d.width = low[2] - low[0] + 1;
   d.rows = low[3] - low[1] + 1;
   d.pitch = uint32_t(pitch > 0 ? pitch : 0);
   if (colour && h->chanmask) {
     const Compressor& c = compressorFor(h->hdr.compress);
-    if (!c.pack) return fail(108);
+    if (!c.pack) return fail(IL_ENOCODEC);
     d.bytes = h->hdr.bytes;
     d.mask = h->chanmask;
     d.epp = h->bpp;
@@ -148,7 +148,7 @@ void* ILbgnline(ILimage* handle, void** depthline) {
     return nullptr;
   }
   if (h->state & IL_ST_FINISHED) {
-    fail(107);
+    fail(IL_EFINISHED);
     return nullptr;
   }
   if (!(h->state & IL_ST_LINEMODE)) {

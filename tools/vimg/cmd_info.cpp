@@ -176,7 +176,7 @@ Report inspect(const std::string& file, bool chunks) {  // chunks: walk the tree
     rep.code = flerrno;
     rep.error = FLstrerror(rep.code);
     if (rep.code == FL_EOPEN) rep.error += std::string(": ") + strerror(FLoserror());
-    if (rep.code == 111 || rep.code == 102)
+    if (rep.code == IL_ENOCONVERTER || rep.code == IL_ECONVERT)
       rep.error = "not a native image, and no conversion program turned it into one (set ILICVT "
                   "to a command that writes a native image to its standard output)";
     if (img) ILclose(img);

@@ -44,7 +44,7 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
   if (img.bytes == 2) ILsetbpp(in, 2);
   // Refused before allocating: sizes out of range, or more than the file could hold.
   if (ILcanload(in) != 0 || !FLallocok(uint64_t(img.rowBytes()) * img.height)) {
-    if (flerrno != 106) flerrno = 110;
+    if (flerrno != IL_ESIZE) flerrno = IL_ETOOLARGE;
     error = ilError(path);
     ILclose(in);
     return false;
