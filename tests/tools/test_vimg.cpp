@@ -171,14 +171,14 @@ TEST(VimgMalformed, DeclaredSizesTheFileCannotHoldAreRefusedAtOnce) {
   for (uint32_t compress : {IL_RLE, IL_QRL, IL_QR4}) {
     vt::writeFile(d.path("bomb.iff"), vt::group("FOR4", "CIMG", vt::cat({vt::chunk("TBHD", vt::tbhd(32768, 32768, 3, 0, 4, compress)),
                                                                         vt::group("FOR4", "TBMP", tiles)})));
-    auto t0 = std::chrono::steady_clock::now();
     expectSays("convert " + d.path("bomb.iff") + " " + d.path("out.png"), 1, {"bomb.iff: image too large", "(error 110)"});
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(500)) << compress;
+    auto t0 = std::chrono::steady_clock::now();
     ILimage* img = ILopen(d.path("bomb.iff").c_str(), "r");
-    EXPECT_EQ(ILcanload(img), 110);
+    EXPECT_EQ(ILcanload(img), IL_ETOOLARGE);
     Bytes line(32768 * 4);
-    EXPECT_EQ(ILreadline(img, line.data(), nullptr), 110);
+    EXPECT_EQ(ILreadline(img, line.data(), nullptr), IL_ETOOLARGE);
     ILclose(img);
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(100)) << compress;
   }
   ASSERT_EQ(vt::run("convert -size 1000x1000 xc:red '" + d.path("big.png") + "' && convert '" + d.path("big.png") + "' '" + d.path("big.sgi") + "'"), 0);
   ASSERT_EQ(vimg("convert " + d.path("big.png") + " " + d.path("big.iff")), 0);
