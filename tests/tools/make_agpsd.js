@@ -1,6 +1,8 @@
-// Made tests/data/psd/agpsd_effects_adjust.psd (ag-psd 31.0.2, from the npm registry):
+// Made the ag-psd documents of tests/data/psd (ag-psd 31.0.2, from the npm registry):
 //   npm install ag-psd@31.0.2 && node make_agpsd.js agpsd_effects_adjust.psd
-// A document with layer effects, adjustment layers and a closed set.
+//   node make_agpsd.js agpsd_nested_long_names.psd
+// agpsd_effects_adjust: layer effects, adjustment layers and a closed set. agpsd_nested_long_names:
+// open and closed sets nested three deep, layer names of 128 and 200 characters.
 const fs = require('fs');
 const { writePsdBuffer } = require('ag-psd');
 function img(w, h, f) {
@@ -11,7 +13,7 @@ function img(w, h, f) {
   }
   return { width: w, height: h, data };
 }
-const psd = {
+const effects = {
   width: 16, height: 12,
   children: [
     { name: 'base', left: 0, top: 0, imageData: img(16, 12, (x, y) => [x * 16, y * 20, 100, 255]) },
@@ -25,4 +27,20 @@ const psd = {
   ],
   imageData: img(16, 12, (x, y) => [x * 16, y * 20, 100, 255]),
 };
-fs.writeFileSync(process.argv[2], Buffer.from(writePsdBuffer(psd, { generateThumbnail: false })));
+const square = (n, v) => img(n, n, (x, y) => [v, x * 30, y * 30, 200]);
+const nested = {
+  width: 20, height: 20,
+  children: [
+    { name: 'b'.repeat(200), left: 0, top: 0, imageData: square(20, 10) },
+    { name: 'outer', opened: true, children: [
+      { name: 'n'.repeat(128), left: 2, top: 2, imageData: square(5, 60) },
+      { name: 'middle', opened: false, children: [
+        { name: 'inner', opened: true, children: [{ name: 'deep', left: 8, top: 8, imageData: square(4, 120) }] },
+        { name: 'beside', left: 1, top: 12, imageData: square(6, 180) } ] } ] },
+    { name: 'top', left: 10, top: 0, imageData: square(7, 240), blendMode: 'screen' },
+  ],
+  imageData: square(20, 90),
+};
+const docs = { 'agpsd_effects_adjust.psd': effects, 'agpsd_nested_long_names.psd': nested };
+const name = require('path').basename(process.argv[2]);
+fs.writeFileSync(process.argv[2], Buffer.from(writePsdBuffer(docs[name], { generateThumbnail: false })));
