@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include <vora/foundation/env.h>
 #include <vora/foundation/fl.h>
 
 
@@ -22,7 +23,7 @@ namespace {
 std::atomic<uint64_t> allocLimit{0};  // 0: not decided yet
 
 uint64_t defaultLimit() {
-  const char* v = getenv("VORA_MAX_ALLOC_MB");
+  const char* v = VoraGetEnv("VORA_MAX_ALLOC_MB");
   unsigned long long mb = v && *v ? strtoull(v, nullptr, 10) : 0;
   return uint64_t(mb ? mb : 4096) << 20;
 }

@@ -94,6 +94,11 @@ bool isRegularFile(const char* path) {
   return stat(path, &st) == 0 && S_ISREG(st.st_mode);
 }
 
+int64_t modificationTime(const char* path) {
+  struct stat st;
+  return path && stat(path, &st) == 0 ? int64_t(st.st_mtime) : -1;
+}
+
 std::string currentDirectory() {
   char buf[PATH_MAX];
   return getcwd(buf, sizeof buf) ? std::string(buf) : std::string(".");

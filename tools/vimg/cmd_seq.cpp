@@ -1,9 +1,7 @@
 // vimg seq: frame sequences: group files into sequences with their ranges and missing frames
 // (like lsseq), and give the name of any frame.
-#include <dirent.h>
-#include <sys/stat.h>
-
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,28 +28,18 @@ struct FrameOptions {
   std::vector<std::string> formats;
 };
 
-bool isDirectory(const std::string& p) {
-  struct stat st;
-  return stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
 // Names to group: the entries of each directory (not recursive), or the files given.
 std::vector<std::string> collect(const std::vector<std::string>& paths) {
   std::vector<std::string> names;
+  namespace fs = std::filesystem;
   for (const std::string& p : paths) {
-    if (!isDirectory(p)) {
+    std::error_code ec;
+    if (!fs::is_directory(p, ec)) {
       names.push_back(p);
       continue;
     }
-    DIR* d = opendir(p.c_str());
-    if (!d) continue;
     std::string prefix = p == "." ? "" : (p.back() == '/' ? p : p + "/");
-    while (dirent* e = readdir(d)) {
-      std::string n = e->d_name;
-      if (n == "." || n == "..") continue;
-      names.push_back(prefix + n);
-    }
-    closedir(d);
+    for (const fs::directory_entry& e : fs::directory_iterator(p, ec)) names.push_back(prefix + e.path().filename().string());
   }
   return names;
 }
