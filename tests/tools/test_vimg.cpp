@@ -258,14 +258,15 @@ TEST(VimgMalformed, OneLineNamingTheFileAndWhatWasWrong) {
   EXPECT_EQ(channels, "gray");
 }
 
-// Every Photoshop document here, including ag-psd's nested sets with names of 128 and 200
-// characters (which the signed name-pad rule misreads): info, JSON, every layer read and the
+// Every Photoshop document here, including ag-psd's nested sets and GIMP's documents with names of
+// 128 and 200 characters (which the signed name-pad rule misreads): info, JSON, every layer read and the
 // composite end with status 0, or 1 and one failure line, never by a signal.
 TEST(VimgMalformed, EveryDocumentThroughEveryPsdCommand) {
   vt::TempDir d;
   int runs = 0;
   for (const char* name : {"agpsd_layers_rle.psd", "agpsd_layers_zip.psd", "agpsd_effects_adjust.psd", "agpsd_nested_long_names.psd",
-                           "im_cmyk8_layers_rle.psd", "im_gray8_layers_rle.psd", "im_rgb16_layers_rle.psd"}) {
+                           "im_cmyk8_layers_rle.psd", "im_gray8_layers_rle.psd", "im_rgb16_layers_rle.psd",
+                           "gimp_rgb8_long_name.psd", "gimp_rgb16_long_name.psd"}) {
     const std::string doc = kData + "/psd/" + name;
     std::vector<std::string> commands = {"psd info " + doc, "psd info --json " + doc,
                                          "psd extract " + doc + " --composite " + d.path("c.png")};
