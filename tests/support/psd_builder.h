@@ -1,6 +1,6 @@
 // Test helper: Photoshop documents byte by byte, with every field in the test's hands (layer
 // records, channel data, the 16-bit "Lr16" section, the composite). Shared by the
-// tests, the fuzz seeds and the PSD benchmark. Lengths are computed unless a test overrides them.
+// tests and the PSD benchmark. Lengths are computed from the contents.
 #pragma once
 
 #include <cstdint>
@@ -27,8 +27,7 @@ inline void put4(Bytes& b, const std::string& s) {
 struct Channel {
   int16_t id = 0;
   uint16_t compression = 0;
-  Bytes data;                           // after the compression word
-  std::optional<uint32_t> lengthField;  // the record's length (default 2 + data)
+  Bytes data;  // after the compression word
 };
 
 struct Layer {
@@ -36,14 +35,11 @@ struct Layer {
   std::vector<Channel> channels;
   std::string blendSignature = "8BIM", blendKey = "norm";
   uint8_t opacity = 255, clipping = 0, flags = 0, filler = 0;
-  std::optional<uint32_t> maskLength;  // default: mask.size()
-  Bytes mask;                          // after the mask length
-  std::optional<uint32_t> rangesLength;
+  Bytes mask;    // after the mask length
   Bytes ranges;  // after the blending ranges length
   std::string name;
   std::optional<size_t> namePad;  // pad bytes after the name (default: Photoshop's multiple of 4)
   std::vector<std::pair<uint32_t, Bytes>> blocks;  // key, data (written exactly, length = size)
-  std::vector<std::optional<uint32_t>> blockLengths;  // per block: override of the length field
 };
 
 // Photoshop's own (unsigned) rule: length byte and name fill a multiple of 4.
@@ -55,15 +51,15 @@ inline Bytes layerRecord(const Layer& l) {
   put16(b, uint32_t(l.channels.size()));
   for (const Channel& c : l.channels) {
     put16(b, uint16_t(c.id));
-    put32(b, c.lengthField ? *c.lengthField : uint32_t(2 + c.data.size()));
+    put32(b, uint32_t(2 + c.data.size()));
   }
   put4(b, l.blendSignature);
   if (!l.blendKey.empty()) put4(b, l.blendKey);
   b.push_back(l.opacity), b.push_back(l.clipping), b.push_back(l.flags), b.push_back(l.filler);
   Bytes extra;
-  put32(extra, l.maskLength ? *l.maskLength : uint32_t(l.mask.size()));
+  put32(extra, uint32_t(l.mask.size()));
   append(extra, l.mask);
-  put32(extra, l.rangesLength ? *l.rangesLength : uint32_t(l.ranges.size()));
+  put32(extra, uint32_t(l.ranges.size()));
   append(extra, l.ranges);
   extra.push_back(uint8_t(l.name.size()));
   extra.insert(extra.end(), l.name.begin(), l.name.end());
@@ -71,8 +67,7 @@ inline Bytes layerRecord(const Layer& l) {
   for (size_t i = 0; i < l.blocks.size(); ++i) {
     put4(extra, "8BIM");
     put32(extra, l.blocks[i].first);
-    bool over = i < l.blockLengths.size() && l.blockLengths[i];
-    put32(extra, over ? *l.blockLengths[i] : uint32_t(l.blocks[i].second.size()));
+    put32(extra, uint32_t(l.blocks[i].second.size()));
     append(extra, l.blocks[i].second);
   }
   put32(b, uint32_t(extra.size()));
@@ -108,7 +103,6 @@ struct Document {
   bool layersInLr16 = false;
   Bytes globalMask;  // after its length
   std::vector<std::pair<uint32_t, Bytes>> globalBlocks;
-  std::optional<uint32_t> layerMaskLength, layerInfoLength;
   bool noLayerSection = false;  // layer and mask length 0
   uint16_t compositeCompression = 0;
   Bytes composite;  // after the compression word; default: raw zeros of the image
@@ -152,7 +146,7 @@ inline Bytes build(const Document& d) {
   Bytes section;
   if (!d.noLayerSection) {
     Bytes info = d.layers.empty() || d.layersInLr16 ? Bytes() : layerInfo(d.layers, d.countSign);
-    put32(section, d.layerInfoLength ? *d.layerInfoLength : uint32_t(info.size()));
+    put32(section, uint32_t(info.size()));
     append(section, info);
     put32(section, uint32_t(d.globalMask.size()));
     append(section, d.globalMask);
@@ -164,7 +158,7 @@ inline Bytes build(const Document& d) {
     }
     for (const auto& [key, data] : d.globalBlocks) append(section, globalBlock(key, data, sixteen));
   }
-  put32(b, d.layerMaskLength ? *d.layerMaskLength : uint32_t(section.size()));
+  put32(b, uint32_t(section.size()));
   append(b, section);
   put16(b, d.compositeCompression);
   if (d.composite.empty() && d.compositeCompression == 0)
