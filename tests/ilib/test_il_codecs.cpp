@@ -124,35 +124,29 @@ TEST(IlCodecs, NoneIsPixelInterleavedInSlotOrderWithLookups) {
   EXPECT_EQ(vt::hex(packWith(ILpack, desc(1, 1, 4, 1, 1), pz)), "3f800000");
 }
 
-TEST(IlCodecs, QrlExactBytesAndSlotThreeReadsBackZero) {
-  // Six BGRA pixels: four equal, then two different.
-  Bytes pixels = vt::cat({{1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {5, 6, 7, 8},
-                          {9, 10, 11, 12}});
-  ILpackdesc d = desc(6, 1, 1, 15, 4);
-  Bytes packed = packWith(ILpackqrl, d, pixels);
-  // Colours (bits 16-23, 8-15, 0-7 of the rotated word: G, B, A), then the alpha row.
-  EXPECT_EQ(vt::hex(packed), "83020104010605080a090c8304" "01080c");
-  Bytes back(pixels.size(), 0xEE);
-  d.packed = uint32_t(packed.size());
-  ASSERT_EQ(ILunpackqrl(&d, packed.data(), back.data()), 24u);
-  EXPECT_EQ(vt::hex(back), vt::hex(vt::cat({{1, 2, 0, 4}, {1, 2, 0, 4}, {1, 2, 0, 4},
-                                           {1, 2, 0, 4}, {5, 6, 0, 8}, {9, 10, 0, 12}})));
-}
-
-TEST(IlCodecs, Qr4ExactBytes) {
-  Bytes pixels = vt::cat({{1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {5, 6, 7, 8},
-                          {9, 10, 11, 12}});
-  ILpackdesc d = desc(6, 1, 1, 15, 4);
-  Bytes packed = packWith(ILpackqr4, d, pixels);
-  EXPECT_EQ(vt::hex(packed), "8303020104" "01070605080b0a090c");
-  Bytes back(pixels.size());
-  d.packed = uint32_t(packed.size());
-  ASSERT_EQ(ILunpackqr4(&d, packed.data(), back.data()), 24u);
-  EXPECT_EQ(back, pixels);
-  // Not four slots: handed to QRL, then RLE.
-  ILpackdesc rgb = desc(6, 1, 1, 14, 4);
+// Six BGRA pixels, four equal then two different. QRL packs colours (bits 16-23, 8-15, 0-7 of the
+// rotated word: G, B, A) then the alpha row, and slot 3 reads back 0; QR4 packs whole pixels.
+TEST(IlCodecs, QrlAndQr4ExactBytes) {
+  Bytes pixels = vt::cat({{1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {1, 2, 3, 4}, {5, 6, 7, 8}, {9, 10, 11, 12}});
+  Bytes qrlBack = vt::cat({{1, 2, 0, 4}, {1, 2, 0, 4}, {1, 2, 0, 4}, {1, 2, 0, 4}, {5, 6, 0, 8}, {9, 10, 0, 12}});
+  struct Case {
+    ILpacker pack;
+    ILunpacker unpack;
+    const char* bytes;
+    Bytes back;
+  } cases[] = {{ILpackqrl, ILunpackqrl, "83020104010605080a090c830401080c", qrlBack},
+               {ILpackqr4, ILunpackqr4, "830302010401070605080b0a090c", pixels}};
+  for (const Case& c : cases) {
+    ILpackdesc d = desc(6, 1, 1, 15, 4);
+    Bytes packed = packWith(c.pack, d, pixels), back(pixels.size(), 0xEE);
+    EXPECT_EQ(vt::hex(packed), c.bytes);
+    d.packed = uint32_t(packed.size());
+    ASSERT_EQ(c.unpack(&d, packed.data(), back.data()), 24u);
+    EXPECT_EQ(vt::hex(back), vt::hex(c.back));
+  }
+  // Not four slots: QR4 hands over to QRL, and QRL without three colour slots to RLE.
+  ILpackdesc rgb = desc(6, 1, 1, 14, 4), alpha = desc(6, 1, 1, 1, 4);
   EXPECT_EQ(packWith(ILpackqr4, rgb, pixels), packWith(ILpackqrl, rgb, pixels));
-  ILpackdesc alpha = desc(6, 1, 1, 1, 4);
   EXPECT_EQ(packWith(ILpackqrl, alpha, pixels), packWith(ILpackrle, alpha, pixels));
 }
 

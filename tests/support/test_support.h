@@ -43,6 +43,17 @@ int childCount();
 // Runs a shell command, returns its exit status and fills out with its stdout.
 int run(const std::string& command, std::string* out = nullptr);
 
+// What a call throws (E's what()), or "nothing".
+template <class E, class F>
+std::string thrown(F&& call) {
+  try {
+    call();
+  } catch (const E& e) {
+    return e.what();
+  }
+  return "nothing";
+}
+
 // Collects what the library reports through theErrorHandler while it lives.
 class Messages {
  public:
