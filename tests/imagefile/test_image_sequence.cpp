@@ -116,75 +116,48 @@ TEST(ImageSequence, NoFormatFitsNothingBinds) {
   TimageSequence s;
   EXPECT_FALSE(TimageSequence::initializeToBestMatch("shot.iff", s, 0));
   EXPECT_EQ(s.atFrame(1), Tstring(""));
-  Algorithm old(true);
-  TimageSequence one;
-  ASSERT_EQ(one.setFileNameAndFormat("dir/shot0012", "name####"), 1u);
-  EXPECT_EQ(one.atFrame(13), Tstring("dir/shot0013"));
 }
 
-// setOffset(100) makes atFrame(1) produce frame 101.
-TEST(ImageSequence, OffsetIsAdded) {
-  for (bool old : {false, true}) {
-    Algorithm a(old);
-    TimageSequence s;
-    s.setFileNameAndFormat("r/shot.0012.iff", "name.####.ext");
-    s.setOffset(100);
-    EXPECT_EQ(s.atFrame(1), Tstring("r/shot.0101.iff")) << old;
-    Formats f({"name.####.ext"});
-    TimageSequence t;
-    ASSERT_TRUE(TimageSequence::initializeToBestMatch("r/shot.0012.iff", t, 100));
-    EXPECT_EQ(t.atFrame(1), Tstring("r/shot.0101.iff")) << old;
-  }
-}
-
-TEST(ImageSequence, PaddedNumAndWiderFrames) {
-  TimageSequence s;
-  s.setFileNameAndFormat("shot.0012.iff", "name.####.ext");
-  EXPECT_EQ(s.paddedNum(7), Tstring("0007"));
-  EXPECT_EQ(s.paddedNum(123456), Tstring("123456"));  // not cut
-  EXPECT_EQ(s.atFrame(123456), Tstring("./shot.123456.iff"));
-  EXPECT_EQ(s.paddedNum(-5), Tstring("-005"));
-  EXPECT_EQ(s.atFrame(-5), Tstring("./shot.-005.iff"));
-}
-
-// Names with several dots, directories with dots, negative frames, frames wider than
-// the padding, 10,000-character names, names that are only digits: defined results, no crash.
-TEST(ImageSequence, AwkwardNamesHaveDefinedResults) {
-  for (bool old : {false, true}) {
-    Algorithm a(old);
-    TimageSequence s;
-    // Several dots: the regex name group takes "my.shot.v2"; the older algorithm needs as many parts.
-    if (!old) {
-      ASSERT_EQ(s.setFileNameAndFormat("d.1/my.shot.v2.0012.iff", "name.####.ext"), 5u);
-      EXPECT_EQ(s.atFrame(3), Tstring("d.1/my.shot.v2.0003.iff"));
-    } else {
-      EXPECT_FALSE(binds("d.1/my.shot.v2.0012.iff", "name.####.ext"));
+// The name of another frame, under the regex (R) and the older (O) algorithm: offsets, frames wider
+// than the padding and negative ones, several dots, 10,000-character names, frames of 10,000
+// digits (the regex algorithm renumbers only 32-bit integer groups), names that are only digits.
+TEST(ImageSequence, NamesOfOtherFrames) {
+  const std::string x(10000, 'x'), digits(10000, '7');
+  struct Case {
+    std::string file, format;
+    const char* algorithms;
+    int offset, frame;
+    std::string name;
+  } cases[] = {
+      {"r/shot.0012.iff", "name.####.ext", "RO", 100, 1, "r/shot.0101.iff"},
+      {"shot.0012.iff", "name.####.ext", "RO", 0, 123456, "./shot.123456.iff"},
+      {"shot.0012.iff", "name.####.ext", "RO", 0, -5, "./shot.-005.iff"},
+      {"d.1/my.shot.v2.0012.iff", "name.####.ext", "R", 0, 3, "d.1/my.shot.v2.0003.iff"},
+      {"dir/" + x + ".0012.iff", "name.####.ext", "RO", 0, 1, "dir/" + x + ".0001.iff"},
+      {"a." + digits + ".iff", "name.#.ext", "R", 0, 5, "./a." + digits + ".iff"},
+      {"a." + digits + ".iff", "name.#.ext", "O", 0, 5, "./a.5.iff"},
+      {"123.0012.iff", "name.####.ext", "R", 0, 4, "./0004.0004.iff"},
+      {"123.0012.iff", "name.####.ext", "O", 0, 4, "./123.0004.iff"},
+      {"shot0012.iff", "name####.ext", "O", 0, 9, "./shot0009.iff"},
+      {"dir/shot0012", "name####", "O", 0, 13, "dir/shot0013"},
+  };
+  for (const Case& c : cases)
+    for (char alg : std::string(c.algorithms)) {
+      Algorithm a(alg == 'O');
+      TimageSequence s;
+      ASSERT_GT(s.setFileNameAndFormat(c.file, c.format), 0u) << c.file.substr(0, 40) << " " << alg;
+      s.setOffset(c.offset);
+      EXPECT_EQ(s.atFrame(c.frame), Tstring(c.name)) << c.file.substr(0, 40) << " " << alg;
     }
-    std::string longName(10000, 'x');
-    std::string file = "dir/" + longName + ".0012.iff";
-    TimageSequence l;
-    ASSERT_EQ(l.setFileNameAndFormat(file, "name.####.ext"), old ? 3u : 5u);
-    EXPECT_EQ(l.atFrame(1), Tstring("dir/" + longName + ".0001.iff"));
-    std::string longDigits(10000, '7');
-    EXPECT_FALSE(binds((longDigits + ".iff").c_str(), "name.####.ext"));
-    // A frame of 10,000 digits binds "name.#.ext" (no leading zero). The regex algorithm renumbers
-    // only groups that are 32-bit integers, so the name comes back as it was; the older one
-    // substitutes the digits it found.
-    TimageSequence w;
-    ASSERT_EQ(w.setFileNameAndFormat("a." + longDigits + ".iff", "name.#.ext"), old ? 3u : 5u);
-    EXPECT_EQ(w.atFrame(5), Tstring(old ? "./a.5.iff" : "./a." + longDigits + ".iff"));
-    // A name that is only digits: with the regex algorithm every integer group is renumbered.
-    TimageSequence d;
-    if (!old) {
-      ASSERT_EQ(d.setFileNameAndFormat("123.0012.iff", "name.####.ext"), 5u);
-      EXPECT_EQ(d.atFrame(4), Tstring("./0004.0004.iff"));
-    } else {
-      ASSERT_EQ(d.setFileNameAndFormat("123.0012.iff", "name.####.ext"), 3u);
-      EXPECT_EQ(d.atFrame(4), Tstring("./123.0004.iff"));
-    }
-    EXPECT_FALSE(binds("0012", "name.####.ext"));
-  }
+  Formats f({"name.####.ext"});  // the best match takes the offset too
+  TimageSequence t;
+  ASSERT_TRUE(TimageSequence::initializeToBestMatch("r/shot.0012.iff", t, 100));
+  EXPECT_EQ(t.atFrame(1), Tstring("r/shot.0101.iff"));
+  EXPECT_FALSE(binds((digits + ".iff").c_str(), "name.####.ext"));
 }
+
+
+
 
 TEST(ImageSequence, FrameInfoGivesThePattern) {
   for (bool old : {false, true}) {
