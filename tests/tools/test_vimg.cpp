@@ -241,6 +241,9 @@ TEST(VimgMalformed, OneLineNamingTheFileAndWhatWasWrong) {
   EXPECT_EQ(vimg("convert " + d.path("cut.sgi") + " " + d.path("o.png"), &out), 1);
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << out;
   EXPECT_NE(out.find("getrow: error on read of row"), std::string::npos) << out;
+  // Damaged pixel data: where the reading stopped.
+  EXPECT_EQ(vimg("convert " + kData + "/iff/bad/rle-runs-past-their-tile.iff " + d.path("o.png"), &out), 1);
+  EXPECT_NE(out.find("packed data overruns its tile, reading stopped at offset 96 (error 23)"), std::string::npos) << out;
   // A layer of 57 channels after a good one: described as far as it was read, then the failure.
   vt::psd::Document doc;
   doc.layers.resize(2);

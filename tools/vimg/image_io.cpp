@@ -24,8 +24,13 @@ std::string lowerExtension(const std::string& path) {
   return e;
 }
 
-std::string ilError(const std::string& path) {
-  return path + ": " + FLstrerror(flerrno) + " (error " + std::to_string(flerrno) + ")";
+// The code's text; for damaged data read through a handle, also where the reading stopped.
+std::string ilError(const std::string& path, ILimage* handle = nullptr) {
+  const int code = flerrno;
+  std::string s = path + ": " + FLstrerror(code);
+  int64_t at = handle && (code == FL_EOVERRUN || code == IL_EDAMAGED || code == IL_ERECT) ? FLtell(handle) : -1;
+  if (at >= 0) s += ", reading stopped at offset " + std::to_string(at);
+  return s + " (error " + std::to_string(code) + ")";
 }
 
 bool readNative(const std::string& path, Image& img, std::string& error) {
@@ -51,7 +56,7 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
   }
   img.pixels.assign(img.rowBytes() * size_t(img.height), 0);
   int r = ILload(in, img.pixels.data(), nullptr);
-  if (r) error = ilError(path);
+  if (r) error = ilError(path, in);
   ILclose(in);
   return r == 0;
 }
