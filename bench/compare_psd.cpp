@@ -40,7 +40,7 @@ std::vector<uint8_t> makeDocument(int n, int layers) {
   d.compositeCompression = 1;  // a small stored composite: flat rows
   std::vector<uint8_t> flat(size_t(n), 128), packed(size_t(n) * 2), table, rows;
   size_t len = codec::packBitsRow(flat.data(), flat.size(), packed.data());
-  for (int r = 0; r < 3 * n; ++r) vt::psd::put16(table, uint32_t(len)), rows.insert(rows.end(), packed.begin(), packed.begin() + long(len));
+  for (int r = 0; r < 3 * n; ++r) vt::be16(table, uint32_t(len)), rows.insert(rows.end(), packed.begin(), packed.begin() + long(len));
   d.composite = table;
   vt::psd::append(d.composite, rows);
   return vt::psd::build(d);

@@ -156,12 +156,8 @@ void releaseHandle(FLfile* f) {
 extern "C" {
 
 int isFileIff(const char* path) {
-  int fd = path ? pf::openRead(path) : -1;
-  if (fd < 0) return 0;
-  char id[4] = {};
-  bool yes = pf::readAt(fd, id, 4, 0) == 4 && FLisgroup(FL_ID(id[0], id[1], id[2], id[3])) != 0;
-  pf::closeFd(fd);
-  return yes;
+  char id[4];
+  return pf::readStart(path, id, 4) && FLisgroup(FL_ID(id[0], id[1], id[2], id[3])) != 0;
 }
 
 ILimage* ILopen(const char* name, const char* mode) {

@@ -385,12 +385,8 @@ static bool finishWriting(IMAGE* img) {
 }
 
 int isFileSgi(const char* path) {
-  int fd = path ? pf::openRead(path) : -1;
-  if (fd < 0) return 0;
-  uint8_t m[2] = {};
-  bool yes = pf::readAt(fd, m, 2, 0) == 2 && uint16_t(m[0] << 8 | m[1]) == kMagic;
-  pf::closeFd(fd);
-  return yes;
+  uint8_t m[2];
+  return pf::readStart(path, m, 2) && uint16_t(m[0] << 8 | m[1]) == kMagic;
 }
 
 int iclose(IMAGE* img) {

@@ -94,6 +94,13 @@ bool isRegularFile(const char* path) {
   return stat(path, &st) == 0 && S_ISREG(st.st_mode);
 }
 
+bool readStart(const char* path, void* buf, size_t n) {
+  int fd = path ? openRead(path) : -1;
+  bool ok = fd >= 0 && readAt(fd, buf, n, 0) == long(n);
+  closeFd(fd);
+  return ok;
+}
+
 int64_t modificationTime(const char* path) {
   struct stat st;
   return path && stat(path, &st) == 0 ? int64_t(st.st_mtime) : -1;

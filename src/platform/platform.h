@@ -45,6 +45,8 @@ bool seekTo(int fd, int64_t pos);
 bool writeAt(int fd, const void* data, size_t n, int64_t pos);
 bool closeFd(int fd);  // false when the system reports an error (data may be lost)
 bool isRegularFile(const char* path);
+// The first n bytes of a file; false when it cannot be opened or is shorter.
+bool readStart(const char* path, void* buf, size_t n);
 int64_t modificationTime(const char* path);  // seconds since the epoch, -1 when it cannot tell
 std::string currentDirectory();
 

@@ -107,15 +107,10 @@ TEST(ImageSequence, EqualScoresFirstWins) {
   TimageSequence s;
   ASSERT_TRUE(TimageSequence::initializeToBestMatch("a_b.12.iff", s, 0));
   EXPECT_EQ(s.atFrame(5), Tstring("./a_b.05.iff"));
-}
-
-// A list whose formats fit nothing binds nothing.
-TEST(ImageSequence, NoFormatFitsNothingBinds) {
-  Algorithm regex(false);
-  Formats f({"name.ext", "name.##.ext.##"});
-  TimageSequence s;
-  EXPECT_FALSE(TimageSequence::initializeToBestMatch("shot.iff", s, 0));
-  EXPECT_EQ(s.atFrame(1), Tstring(""));
+  Formats none({"name.ext", "name.##.ext.##"});  // a list whose formats fit nothing binds nothing
+  TimageSequence n;
+  EXPECT_FALSE(TimageSequence::initializeToBestMatch("shot.iff", n, 0));
+  EXPECT_EQ(n.atFrame(1), Tstring(""));
 }
 
 // The name of another frame, under the regex (R) and the older (O) algorithm: offsets, frames wider

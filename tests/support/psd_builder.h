@@ -17,8 +17,8 @@ namespace vt::psd {
 
 using vt::Bytes;
 using vt::append;
-constexpr auto put16 = vt::be16;
-constexpr auto put32 = vt::be32;
+using vt::be16;
+using vt::be32;
 
 inline void put4(Bytes& b, const std::string& s) {
   for (size_t i = 0; i < 4; ++i) b.push_back(i < s.size() ? uint8_t(s[i]) : uint8_t(' '));
@@ -47,30 +47,30 @@ inline size_t photoshopNamePad(size_t n) { return (4 - (n + 1) % 4) % 4; }
 
 inline Bytes layerRecord(const Layer& l) {
   Bytes b;
-  put32(b, uint32_t(l.top)), put32(b, uint32_t(l.left)), put32(b, uint32_t(l.bottom)), put32(b, uint32_t(l.right));
-  put16(b, uint32_t(l.channels.size()));
+  be32(b, uint32_t(l.top)), be32(b, uint32_t(l.left)), be32(b, uint32_t(l.bottom)), be32(b, uint32_t(l.right));
+  be16(b, uint32_t(l.channels.size()));
   for (const Channel& c : l.channels) {
-    put16(b, uint16_t(c.id));
-    put32(b, uint32_t(2 + c.data.size()));
+    be16(b, uint16_t(c.id));
+    be32(b, uint32_t(2 + c.data.size()));
   }
   put4(b, l.blendSignature);
   if (!l.blendKey.empty()) put4(b, l.blendKey);
   b.push_back(l.opacity), b.push_back(l.clipping), b.push_back(l.flags), b.push_back(l.filler);
   Bytes extra;
-  put32(extra, uint32_t(l.mask.size()));
+  be32(extra, uint32_t(l.mask.size()));
   append(extra, l.mask);
-  put32(extra, uint32_t(l.ranges.size()));
+  be32(extra, uint32_t(l.ranges.size()));
   append(extra, l.ranges);
   extra.push_back(uint8_t(l.name.size()));
   extra.insert(extra.end(), l.name.begin(), l.name.end());
   extra.resize(extra.size() + (l.namePad ? *l.namePad : photoshopNamePad(l.name.size())), 0);
   for (size_t i = 0; i < l.blocks.size(); ++i) {
     put4(extra, "8BIM");
-    put32(extra, l.blocks[i].first);
-    put32(extra, uint32_t(l.blocks[i].second.size()));
+    be32(extra, l.blocks[i].first);
+    be32(extra, uint32_t(l.blocks[i].second.size()));
     append(extra, l.blocks[i].second);
   }
-  put32(b, uint32_t(extra.size()));
+  be32(b, uint32_t(extra.size()));
   append(b, extra);
   return b;
 }
@@ -78,7 +78,7 @@ inline Bytes layerRecord(const Layer& l) {
 inline Bytes channelData(const Layer& l) {
   Bytes b;
   for (const Channel& c : l.channels) {
-    put16(b, c.compression);
+    be16(b, c.compression);
     append(b, c.data);
   }
   return b;
@@ -87,7 +87,7 @@ inline Bytes channelData(const Layer& l) {
 // Count, records and channel data of a layer list (the content of a layer info section).
 inline Bytes layerInfo(const std::vector<Layer>& layers, int16_t countSign = 1) {
   Bytes b;
-  put16(b, uint16_t(int16_t(layers.size()) * countSign));
+  be16(b, uint16_t(int16_t(layers.size()) * countSign));
   for (const Layer& l : layers) append(b, layerRecord(l));
   for (const Layer& l : layers) append(b, channelData(l));
   return b;
@@ -111,11 +111,11 @@ struct Document {
 inline Bytes resource(uint16_t id, const std::string& name, const Bytes& data) {
   Bytes b;
   put4(b, "8BIM");
-  put16(b, id);
+  be16(b, id);
   b.push_back(uint8_t(name.size()));
   b.insert(b.end(), name.begin(), name.end());
   if ((name.size() + 1) % 2) b.push_back(0);
-  put32(b, uint32_t(data.size()));
+  be32(b, uint32_t(data.size()));
   append(b, data);
   if (data.size() % 2) b.push_back(0);
   return b;
@@ -125,8 +125,8 @@ inline Bytes resource(uint16_t id, const std::string& name, const Bytes& data) {
 inline Bytes globalBlock(uint32_t key, const Bytes& data, bool sixteen) {
   Bytes b;
   put4(b, "8BIM");
-  put32(b, key);
-  put32(b, uint32_t(data.size()));
+  be32(b, key);
+  be32(b, uint32_t(data.size()));
   append(b, data);
   if (sixteen) b.resize(b.size() + 4 - data.size() % 4, 0);
   return b;
@@ -135,32 +135,32 @@ inline Bytes globalBlock(uint32_t key, const Bytes& data, bool sixteen) {
 inline Bytes build(const Document& d) {
   Bytes b;
   put4(b, "8BPS");
-  put16(b, d.version);
+  be16(b, d.version);
   b.resize(b.size() + 6, 0);
-  put16(b, d.channels), put32(b, d.height), put32(b, d.width), put16(b, d.depth), put16(b, d.mode);
-  put32(b, uint32_t(d.colorModeData.size()));
+  be16(b, d.channels), be32(b, d.height), be32(b, d.width), be16(b, d.depth), be16(b, d.mode);
+  be32(b, uint32_t(d.colorModeData.size()));
   append(b, d.colorModeData);
-  put32(b, uint32_t(d.resources.size()));
+  be32(b, uint32_t(d.resources.size()));
   append(b, d.resources);
   const bool sixteen = d.depth == 16;
   Bytes section;
   if (!d.noLayerSection) {
     Bytes info = d.layers.empty() || d.layersInLr16 ? Bytes() : layerInfo(d.layers, d.countSign);
-    put32(section, uint32_t(info.size()));
+    be32(section, uint32_t(info.size()));
     append(section, info);
-    put32(section, uint32_t(d.globalMask.size()));
+    be32(section, uint32_t(d.globalMask.size()));
     append(section, d.globalMask);
     if (d.layersInLr16) {
       Bytes lr = layerInfo(d.layers, d.countSign);
-      put4(section, "8BIM"), put4(section, "Lr16"), put32(section, uint32_t(lr.size()));
+      put4(section, "8BIM"), put4(section, "Lr16"), be32(section, uint32_t(lr.size()));
       append(section, lr);
       section.resize(section.size() + 4 - lr.size() % 4, 0);  // as the reader's seek expects
     }
     for (const auto& [key, data] : d.globalBlocks) append(section, globalBlock(key, data, sixteen));
   }
-  put32(b, uint32_t(section.size()));
+  be32(b, uint32_t(section.size()));
   append(b, section);
-  put16(b, d.compositeCompression);
+  be16(b, d.compositeCompression);
   if (d.composite.empty() && d.compositeCompression == 0)
     b.resize(b.size() + size_t(d.width) * d.height * d.channels * (sixteen ? 2 : 1), 0);
   else
@@ -177,7 +177,7 @@ inline Channel rleChannel(int16_t id, uint32_t width, uint32_t height, const Byt
   std::vector<uint8_t> packed((width + 4) / 5 + width + 4);
   for (uint32_t y = 0; y < height; ++y) {
     size_t n = ktPhotoshop::codec::packBitsRow(samples.data() + size_t(y) * width, width, packed.data());
-    put16(c.data, uint32_t(n));
+    be16(c.data, uint32_t(n));
     rows.insert(rows.end(), packed.begin(), packed.begin() + long(n));
   }
   append(c.data, rows);
