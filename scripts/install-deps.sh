@@ -12,6 +12,8 @@ PACKAGES=(
   libre2-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev python3
+  # the resampling peer of bench/compare_resize.sh and of the lanczos tests
+  libvips-tools libvips-dev
   # the OpenImageIO Python bindings (interop tests) hand pixels over as numpy arrays
   python3-numpy
   # peers for interoperability tests and side-by-side benchmarks

@@ -226,6 +226,75 @@ VORA_API int ILcanload(ILimage* handle);
 typedef uint32_t (*ILpacker)(ILpackdesc* d, unsigned char* pixels, unsigned char* out);
 typedef uint32_t (*ILunpacker)(ILpackdesc* d, const unsigned char* in, unsigned char* pixels);
 
+/* ---- compressors --------------------------------------------------------------------------- */
+/* Codes 0-3 are the built-in codecs; 32-63 are the caller's. Outside 32..63 nothing is stored
+ * and the result is code - 32 as an unsigned number (nonzero); otherwise the slot's copy of name
+ * (null when none was given). */
+VORA_API uintptr_t ILaddcompressor(int code, const char* name, ILpacker packer, ILunpacker unpacker);
+/* Codes of 64 or more read one always-empty slot. name (room for 256 bytes) receives the slot's
+ * name or ""; any output may be null. */
+VORA_API void ILfindcompressor(int code, char* name, ILpacker* packer, ILunpacker* unpacker);
+
+/* ---- zoom: resampling while reading ------------------------------------------------------- */
+/* A separable two-pass resampler of lines of 4 elements per pixel (blue, green, red, alpha), fed
+ * by a line function with ILgetline's contract. Weights are 14-bit fixed point; 8-bit samples
+ * keep 6 fractional bits between the passes, 16-bit samples none; the axis that shrinks more is
+ * filtered first (the vertical one on a tie). Depth lines are point sampled. */
+typedef struct ILzoom ILzoom;
+typedef int (*ILlinefunc)(void* source, void** colour, void** depth);
+
+/* depth modes of ILbindzoom */
+#define IL_ZOOM_8 0        /* 8-bit lines in and out */
+#define IL_ZOOM_8TO16 2    /* 8-bit lines in, delivered at 16 bits (b -> b * 257) */
+#define IL_ZOOM_16 3       /* 16-bit lines in and out */
+
+VORA_API void ILdefaultzoom(const char* name);
+/* "auto" (box when either axis shrinks, else sinc), "impulse"/"dirac" (point sampling) or a
+ * filter by name. A filter that cannot be loaded leaves point sampling and flerrno 112. */
+VORA_API ILzoom* ILnewzoom(const char* name);
+VORA_API void ILsetzoomblur(ILzoom* zoom, float bx, float by);
+VORA_API void ILsetzoomoffset(ILzoom* zoom, float ox, float oy);
+/* left, bottom, right, top, in source pixels, each 0 .. 0.999999 */
+VORA_API void ILsetzoommargin(ILzoom* zoom, float m1, float m2, float m3, float m4);
+VORA_API int ILbindzoom(ILzoom* zoom, void* source, ILlinefunc line, int depthmode, int dstw,
+                        int dsth, int srcw, int srch);
+/* Resamples a read handle's lines from now on (ILreadline, ILgetline, ILload, ILgetsize). */
+VORA_API int ILsetzoom(ILimage* handle, const char* name, int dstw, int dsth, float blurx,
+                       float blury, float offx, float offy);
+/* The next destination line: colour (dstw x 4 elements) and depth (dstw floats); either may be
+ * null. 107 after the last line. */
+VORA_API int ILreadzoom(ILzoom* zoom, void* colour, void* depth);
+VORA_API int ILgetzoom(ILzoom* zoom, void** colour, void** depth);
+VORA_API void ILdelzoom(ILzoom* zoom);
+/* The zoom's output size (0 when unbound). */
+VORA_API void ILgetzoomsize(ILzoom* zoom, int* width, int* height);
+VORA_API ILzoom* ILgetimagezoom(ILimage* handle);
+
+/* Filters: found by name as NAME.filter in the directories of VORA_FILTER_PATH (separated by
+ * ':' or ';'), then in "filters" under the work directory (FLgetwork), then among the built-in
+ * kernels. ILfilterwhy: why the last filter of this thread could not be loaded ("" if it could).
+ * ILlistfilters calls each(name, radius, noclip, origin) for every filter found, the first one of
+ * a name only; origin is a file path or "built-in". Returns the count. */
+VORA_API const char* ILfilterwhy(void);
+typedef void (*ILfiltereach)(const char* name, float radius, int noclip, const char* origin,
+                             void* data);
+VORA_API int ILlistfilters(ILfiltereach each, void* data);
+
+/* ---- quick blur and transforms ------------------------------------------------------------ */
+/* Blurs a width x height image of 4 bytes per pixel by percent of its size (0 or less: a copy). */
+VORA_API int ILqblur(void* out, const void* in, int width, int height, float percent);
+/* Complex DFT of n (a power of two) pairs of floats, real first, e^(+i 2 pi k j / n) kernel. */
+VORA_API void ILqft(float* out, const float* in, int n);
+/* In-place radix-2 transforms of n complex values copied from in to out and zero-padded to the
+ * next power of two (out needs room for it). Forward angle step +2 pi / m, inverse -2 pi / m;
+ * neither scales. Return the transform length in complex values. */
+VORA_API int ILdfft1x(float* out, const float* in, int n);
+VORA_API int ILifft1x(float* out, const float* in, int n);
+/* Real transforms of n values padded to the next power of two N: out[0] = frequency 0,
+ * out[1] = the Nyquist frequency, then re, im pairs; the inverse scales by 2 / N. Return N. */
+VORA_API int ILdfft1f(float* out, const float* in, int n);
+VORA_API int ILifft1f(float* out, const float* in, int n);
+
 #ifdef __cplusplus
 }
 #endif

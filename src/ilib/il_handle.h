@@ -30,7 +30,7 @@ struct Handle {
   float resolution;
   unsigned char** lookups;
   FLlist fields;
-  void* zoom;  // the bound zoom (resampling while reading)
+  ILzoom* zoom;  // the bound zoom (resampling while reading)
   FLlist lines;    // line buffers
   int cimgDepth;   // FLdepth of the open CIMG group while reading
   char* auth;      // AUTH text read after the header (malloc'd), with its length
@@ -92,6 +92,15 @@ int pixelSetup(Handle* h);
 // Whether a read handle's declared image could come from its file (ILcanload).
 bool decodable(Handle* h);
 inline bool sizeInRange(uint32_t w, uint32_t h) { return w >= 1 && w <= IL_MAXSIZE && h >= 1 && h <= IL_MAXSIZE; }
+// The size lines are delivered at: the zoom's when one is bound, else the image's.
+void outputSize(Handle* h, uint32_t* width, uint32_t* height);
+// Deletes the bound zoom (close, reopen, next image).
+void dropZoom(Handle* h);
+// Binds the handle's zoom again after the delivered depth changed (ILsetbpp).
+int rebindZoom(Handle* h);
+// The next line as decoded, 8 or 16 bits as stored; depth null when the image has none (the
+// line source of a handle's zoom).
+int rawLine(void* handle, void** colour, void** depth);
 // Frees the line and tile buffers and the read state.
 void releasePixels(Handle* h);
 

@@ -55,14 +55,16 @@ int ILload(ILimage* handle, void* colour, void* depth) {
   }
   // Line by line: the buffers advance by one line each, colour doubled at 16 bits.
   ILinitio(handle);
-  size_t per = (h->state & IL_ST_PACKED) ? size_t(h->hdr.width) * h->bpp : size_t(h->hdr.width) * 4;
+  uint32_t width, height;
+  outputSize(h, &width, &height);
+  size_t per = (h->state & IL_ST_PACKED) ? size_t(width) * h->bpp : size_t(width) * 4;
   if (h->state & (IL_ST_WIDEN | IL_ST_READ16)) per *= 2;
   unsigned char* c = static_cast<unsigned char*>(colour);
   unsigned char* z = static_cast<unsigned char*>(depth);
-  for (uint32_t y = 0; y < h->hdr.height; ++y) {
+  for (uint32_t y = 0; y < height; ++y) {
     if (int r = ILreadline(handle, c, z)) return r;
     if (c) c += per;
-    if (z) z += size_t(h->hdr.width) * 4;
+    if (z) z += size_t(width) * 4;
   }
   return 0;
 }
@@ -74,12 +76,15 @@ int ILcload(ILimage* handle, void** colour, void** depth) {
   Handle* h = H(handle);
   if (!ILgetheader(handle)) return flerrno;
   if (int r = pixelSetup(h)) return r;
-  size_t lines = h->hdr.height;
+  uint32_t width, height;
+  outputSize(h, &width, &height);
+  size_t lines = height;
   size_t per = (h->state & IL_ST_WIDEN) ? h->linebytes * 2 : h->linebytes;
-  if (!FLallocok(uint64_t(lines) * (per + size_t(h->hdr.width) * 4))) return fail(IL_ETOOLARGE);
+  if (h->zoom) per = size_t(width) * 4 * ((h->state & (IL_ST_WIDEN | IL_ST_READ16)) ? 2 : 1);
+  if (!FLallocok(uint64_t(lines) * (per + size_t(width) * 4))) return fail(IL_ETOOLARGE);
   void* c = colour ? malloc(lines * per) : nullptr;
   bool hasDepth = depth && (h->hdr.type & IL_ZBUFFER);
-  void* z = hasDepth ? malloc(lines * h->hdr.width * 4) : nullptr;
+  void* z = hasDepth ? malloc(lines * width * 4) : nullptr;
   if ((colour && !c) || (hasDepth && !z)) {
     free(c);
     free(z);

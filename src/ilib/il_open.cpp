@@ -149,6 +149,7 @@ void releaseHandle(FLfile* f) {
   clearFields(h);
   clearTexts(h);
   releasePixels(h);
+  dropZoom(h);
 }
 
 }  // namespace vora::il
@@ -186,7 +187,7 @@ ILimage* ILreopen(const char* name, const char* mode, ILimage* handle) {
     return nullptr;
   }
   Handle* h = H(handle);
-  h->zoom = nullptr;  // resampling, when built, deletes the bound zoom here
+  dropZoom(h);
   const char* previous = FLswappath(ILgetpath());
   FLfile* f = FLreopen(name, mode, handle);
   ILimage* result = f ? openProcedure(H(f), name, mode) : nullptr;
@@ -199,7 +200,7 @@ int ILnext(ILimage* handle) {
   Handle* h = H(handle);
   flerrno = 0;
   h->state &= ~0x7FFu;
-  h->zoom = nullptr;
+  dropZoom(h);
   if (!(h->fl.flags & FL_READ)) {
     // End whatever is open (chunks first), closing the current CIMG group.
     while (FLdepth(handle) > 0) {
@@ -229,7 +230,7 @@ int ILnext(ILimage* handle) {
 
 int ILclose(ILimage* handle) {
   if (!handle) return 0;
-  H(handle)->zoom = nullptr;
+  dropZoom(H(handle));
   bool filteredOutput = (handle->flags & FL_FILTER) && (handle->flags & FL_WRITE);
   int r = FLclose(handle);
   if (r == FL_ECHILD && filteredOutput) r = IL_ENOCONVERTER;

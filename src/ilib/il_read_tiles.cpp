@@ -265,6 +265,14 @@ int nextLine(Handle* h, unsigned char** colour, unsigned char** depth) {
 
 namespace vora::il {
 
+int rawLine(void* handle, void** colour, void** depth) {
+  unsigned char *c = nullptr, *z = nullptr;
+  if (int r = nextLine(H(static_cast<ILimage*>(handle)), &c, &z)) return r;
+  *colour = c;
+  *depth = z;
+  return 0;
+}
+
 void releasePixels(Handle* h) {
   delete h->rs;
   h->rs = nullptr;
@@ -282,6 +290,7 @@ extern "C" {
 int ILgetline(ILimage* handle, void** colour, void** depth) {
   if (!handle) return fail(FL_ESTATE);
   Handle* h = H(handle);
+  if (h->zoom) return ILgetzoom(h->zoom, colour, depth);
   unsigned char *c = nullptr, *z = nullptr;
   if (int r = nextLine(h, &c, &z)) return r;
   const size_t zbytes = size_t(h->hdr.width) * 4;
@@ -303,6 +312,7 @@ int ILgetline(ILimage* handle, void** colour, void** depth) {
 }
 
 int ILreadline(ILimage* handle, void* colour, void* depth) {
+  if (handle && H(handle)->zoom) return ILreadzoom(H(handle)->zoom, colour, depth);
   void *c, *z;
   if (int r = ILgetline(handle, &c, &z)) return r;
   Handle* h = H(handle);

@@ -42,8 +42,7 @@ int ILsetsize(ILimage* handle, int width, int height) {
   Handle* h = H(handle);
   if (!isRead(h) && headerDone(h)) return fail(IL_EHEADERDONE);
   if (width < 1 || height < 1 || !sizeInRange(uint32_t(width), uint32_t(height))) return fail(IL_ESIZE);
-  // On a read handle this means binding a zoom (ILsetzoom), which this build lacks yet.
-  if (isRead(h)) return fail(FL_ENOTSUP);
+  if (isRead(h)) return ILsetzoom(handle, nullptr, width, height, 0, 0, 0.5f, 0.5f);
   h->hdr.width = uint32_t(width);
   h->hdr.height = uint32_t(height);
   return 0;
@@ -85,7 +84,7 @@ int ILsetbpp(ILimage* handle, int bytes) {
     if (!ILgetheader(handle)) return flerrno;
     if (h->hdr.bytes == 1) h->state |= IL_ST_WIDEN;
     else if (h->hdr.bytes == 2) h->state |= IL_ST_READ16;
-    return 0;  // resampling, when built, rebinds an existing zoom here
+    return rebindZoom(h);
   }
   if (headerDone(h)) return fail(IL_EHEADERDONE);
   if (bytes == 1 || bytes == 2) h->hdr.bytes = uint16_t(bytes);
@@ -140,8 +139,10 @@ int ILsetresolution(ILimage* handle, float dpi) {
 int ILgetsize(ILimage* handle, int* width, int* height) {
   Handle* h = withHeader(handle);
   if (!h) return flerrno;
-  if (width) *width = int(h->hdr.width);
-  if (height) *height = int(h->hdr.height);
+  uint32_t w, hh;
+  outputSize(h, &w, &hh);
+  if (width) *width = int(w);
+  if (height) *height = int(hh);
   return 0;
 }
 

@@ -80,6 +80,7 @@ int vimg::run(int argc, char** argv) {
   vimg::registerSeq(app);
   vimg::registerLut(app);
   vimg::registerPsd(app);
+  vimg::registerResample(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

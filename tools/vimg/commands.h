@@ -36,5 +36,6 @@ void registerConvert(CLI::App& app);
 void registerSeq(CLI::App& app);
 void registerLut(CLI::App& app);
 void registerPsd(CLI::App& app);
+void registerResample(CLI::App& app);
 
 }  // namespace vimg
