@@ -111,14 +111,14 @@ bool compile(const std::string& text, Filter& f, std::string* why) {
       return false;
     }
   }
-  if (fx.empty()) {
-    *why = "no f(x) given";
-    return false;
-  }
   if (!(radius >= kMinRadius && radius <= kMaxRadius)) {
     std::ostringstream m;
     m << "radius " << radius << " is outside " << kMinRadius << " .. " << kMaxRadius;
     *why = m.str();
+    return false;
+  }
+  if (fx.empty()) {
+    *why = "no f(x) given";
     return false;
   }
   f.radius = float(radius);

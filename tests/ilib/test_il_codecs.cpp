@@ -275,3 +275,52 @@ TEST(IlCodecs, DecodersRefuseOverrunsAndImpossibleDescriptors) {
   ILpackdesc d = desc(4, 1, 1, 15, 2);
   EXPECT_EQ(ILpackrle(&d, px.data(), out.data()), 0u);  // encoders: 0
 }
+
+namespace {
+int gPacked = 0, gUnpacked = 0;
+uint32_t countingPack(ILpackdesc* d, unsigned char* p, unsigned char* o) { return ++gPacked, ILpackqrl(d, p, o); }
+uint32_t countingUnpack(ILpackdesc* d, const unsigned char* i, unsigned char* p) {
+  return ++gUnpacked, ILunpackqrl(d, i, p);
+}
+}  // namespace
+
+// The table the tile codecs consult: only codes 32-63 take the caller's codecs, and an image
+// written with one reads back through it.
+TEST(IlCodecs, CallersCompressorsServeTheTileCodecs) {
+  char name[256];
+  ILpacker p = ILpackrle;
+  ILunpacker u = ILunpackrle;
+  for (int code : {7, 200, -1}) {
+    ILfindcompressor(code, name, &p, &u);
+    EXPECT_STREQ(name, "") << code;
+    EXPECT_EQ(p, nullptr);
+    EXPECT_EQ(u, nullptr);
+  }
+  EXPECT_NE(ILaddcompressor(5, "no", ILpackrle, ILunpackrle), 0u);
+  EXPECT_NE(ILaddcompressor(64, "no", ILpackrle, ILunpackrle), 0u);
+  EXPECT_EQ(ILcompressname(5), nullptr);
+  EXPECT_STREQ(reinterpret_cast<const char*>(ILaddcompressor(40, "Counting", countingPack, countingUnpack)),
+               "Counting");
+  ILfindcompressor(40, name, &p, &u);
+  EXPECT_STREQ(name, "Counting");
+  vt::TempDir d;
+  const std::string file = d.path("c.iff");
+  std::vector<unsigned char> pixels(40 * 30 * 4), back(pixels.size());
+  for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = uint8_t(i * 7 / 5);
+  ILimage* w = ILopen(file.c_str(), "w");
+  ILsetsize(w, 40, 30);
+  ILsettype(w, IL_COLOR | IL_ALPHA);
+  ILsetcompress(w, 40);
+  ASSERT_EQ(ILsave(w, pixels.data(), nullptr, 0), 0);
+  ASSERT_EQ(ILclose(w), 0);
+  ILimage* r = ILopen(file.c_str(), "r");
+  ASSERT_EQ(ILload(r, back.data(), nullptr), 0);
+  ILclose(r);
+  EXPECT_EQ(back, pixels);
+  EXPECT_GT(gPacked, 0);
+  EXPECT_EQ(gUnpacked, gPacked);
+  ILaddcompressor(40, nullptr, nullptr, nullptr);
+  r = ILopen(file.c_str(), "r");
+  EXPECT_EQ(ILload(r, back.data(), nullptr), IL_ENOCODEC);
+  ILclose(r);
+}
