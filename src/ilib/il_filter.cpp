@@ -199,7 +199,8 @@ std::shared_ptr<const Filter> loadFilter(const std::string& name, std::string* w
     f->origin = "built-in";
   }
   std::string reason;
-  if (!compile(text, *f, &reason)) {
+  if (text.find('\0') != std::string::npos) reason = "not a text file (it holds a NUL byte)";
+  if (!reason.empty() || !compile(text, *f, &reason)) {
     *why = (f->origin == "built-in" ? name : f->origin) + ": " + reason;
     flerrno = IL_ENOFILTER;
     return nullptr;

@@ -195,12 +195,17 @@ void horizontalPass<uint8_t, int16_t>(const uint8_t* in, int16_t* out, const Tap
 }
 #endif
 
+#if defined(__SSE2__)
+#define VORA_ZOOM_PASSES_NARROW(In, Out)
+#else
+#define VORA_ZOOM_PASSES_NARROW(In, Out) VORA_ZOOM_PASSES(In, Out)
+#endif
 #define VORA_ZOOM_PASSES(In, Out)                                                        \
   template void horizontalPass<In, Out>(const In*, Out*, const TapTable&, int, int);    \
   template void verticalPass<In, Out>(const In* const*, const int32_t*, int, Out*, size_t, int, int);
 
-VORA_ZOOM_PASSES(uint8_t, int16_t)
-VORA_ZOOM_PASSES(int16_t, uint8_t)
+VORA_ZOOM_PASSES_NARROW(uint8_t, int16_t)
+VORA_ZOOM_PASSES_NARROW(int16_t, uint8_t)
 VORA_ZOOM_PASSES(uint8_t, int32_t)
 VORA_ZOOM_PASSES(int32_t, uint8_t)
 VORA_ZOOM_PASSES(uint16_t, int32_t)

@@ -14,6 +14,9 @@ namespace {
 constexpr double kEps = 0.000001;
 constexpr int kOne = 16384;           // 1.0 in the weights' fixed point
 constexpr int64_t kMaxTaps = 1 << 26;  // bounds the table of a huge blur
+// Weights of one index summing (in magnitude) past this come from a kernel whose integral nearly
+// cancels: no picture can be made from them, and the passes' sums would overflow.
+constexpr int64_t kMaxAbsSum = int64_t(kOne) << 10;
 
 int clampIndex(double v, int src) {
   if (!(v > 0)) return 0;
@@ -43,7 +46,7 @@ bool trimAndFix(std::vector<double>& w, size_t* lo, size_t* hi, std::vector<int3
   for (size_t j = a; j < b; ++j) {
     double v = w[j] * scale + 0.5;
     // a filter whose weights nearly cancel could ask for more than 32 bits
-    v = std::fmax(-1e9, std::fmin(1e9, v));
+    v = std::fmax(-2e9, std::fmin(2e9, v));
     fixed.push_back(int32_t(v));
   }
   *lo = a;
@@ -128,6 +131,11 @@ bool buildTaps(const AxisSpec& a, TapTable& t) {
       t.first[i] = nearest;
       t.count[i] = 1;
       t.pool.push_back(kOne);
+    }
+    if (t.maxAbsSum > kMaxAbsSum) {
+      setWhy(f.name + ": its weights cancel out (the kernel integrates to almost nothing)");
+      flerrno = IL_ENOFILTER;
+      return false;
     }
     int32_t end = t.first[i] + t.count[i] - 1;
     t.nearest[i] = std::min(std::max(nearest, t.first[i]), end);
