@@ -19,7 +19,7 @@ build: deps
 	cmake --build $(BUILD) -j $(JOBS)
 
 # The main job on the bundled samples: describe each native image (chunk tree, tiles, JSON),
-# convert one to PNG, to a QR4-packed native image and to SGI, grade it with a LUT, and list the
+# convert one to PNG, to a QR4-packed native image and to SGI, resample and blur it, grade it with a LUT, and list the
 # frame sequences among the samples.
 run: build
 	$(BUILD)/vimg info $(SAMPLES)
@@ -27,6 +27,9 @@ run: build
 	$(BUILD)/vimg info --json tests/data/iff/rgb8_40x30_rle.iff
 	$(BUILD)/vimg convert tests/data/iff/rgba8_70x66_rle.iff $(BUILD)/sample.png
 	$(BUILD)/vimg convert $(BUILD)/sample.png $(BUILD)/sample_qr4.iff --compress qr4
+	$(BUILD)/vimg resize tests/data/iff/rgba8_70x66_rle.iff $(BUILD)/sample_big.png --size 280x264 --filter lanczos3
+	$(BUILD)/vimg blur $(BUILD)/sample.png $(BUILD)/sample_blur.png --percent 5
+	VORA_FILTER_PATH=tests/data/filters $(BUILD)/vimg filters
 	$(BUILD)/vimg info --tiles $(BUILD)/sample_qr4.iff
 	$(BUILD)/vimg convert $(BUILD)/sample.png $(BUILD)/sample.sgi --bits 16
 	$(BUILD)/vimg info $(BUILD)/sample.sgi tests/data/sgi/pnmtosgi_rgb16_40x16_rle.sgi
