@@ -18,6 +18,8 @@ PACKAGES=(
   python3-numpy
   # peers for interoperability tests and side-by-side benchmarks
   openimageio-tools python3-openimageio imagemagick opencolorio-tools libopencolorio-dev ffmpeg
+  # psd-tools: its own blend of a document's layers is the compositing tests' peer
+  python3-psd-tools
   # OpenImageIO in-process for the side-by-side benchmarks (bench/compare_iff.cpp)
   libopenimageio-dev
   hyperfine

@@ -137,7 +137,8 @@ class VORA_API TpixelData16 {
   // Copies the rectangle {left, top, right, bottom} (right/bottom exclusive) of every channel of
   // source into this data at point {x, y}, clipped to both.
   void copyRect(const int32_t rect[4], const int32_t point[2], const TpixelData16& source);
-  // Scales the transparency channel by opacity / 255.
+  // Scales every value of the colour and transparency channels by opacity / 255 (single
+  // precision, truncated); 255 changes nothing. The colour is scaled too: compositing relies on it.
   void applyOpacity(uint8_t opacity);
   static void memAND(uint8_t* destination, const uint8_t* source, size_t count);
   // The ids of the channels, in ascending order.

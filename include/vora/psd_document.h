@@ -203,6 +203,14 @@ class VORA_API TpsdFile : public TphotoshopFile {
   int readAlphaList(TstringArray& names);
   // The stored composite (raw or run-length) as TrgbaData: 0, or -1 on failure.
   int readFlattenedImage(TrgbaData& out);
+  // fromLayers: the document's layers composited instead (RGB and grey documents), layers of
+  // hidden sets left out; 4 channels (transparency last). 0, or -1 with lastReadError().
+  int readFlattenedImage(TrgbaData& out, bool fromLayers);
+  // The layers of the named set composited alone. An empty or hidden set gives a transparent
+  // image and the warning rFileEmptyLayerSet; -1 when no set has the name.
+  int readLayerSetImage(const Tstring& setName, TrgbaData& out);
+  // The set record at index and every set around it are visible.
+  bool isLayerSetVisible(size_t index) const;
   // For the texture facade (readAllChannelData): reads the records, then every
   // layer's channel data into its pixels, compressed; samples decode on demand. 0 or -1.
   int readAllChannelData();
@@ -262,6 +270,11 @@ class VORA_API TpsdFile : public TphotoshopFile {
   Reading readStructure(PsdStream& in);
   Reading readWhole();
   void readLayerRecord(PsdStream& in, TpsdLayer& layer, std::vector<TpsdFileWarning::TpsdWarningMsg>& warnings);
+  // For each set record, the index of its divider; -1 for other layers.
+  std::vector<int> setBounds() const;
+  // The pixel layers of [from, to) outside hidden sets, bottom first.
+  std::vector<const TpsdLayer*> compositeList(size_t from, size_t to) const;
+  int compositeInto(const std::vector<const TpsdLayer*>& list, TrgbaData& out);
   void noMemory();
   // Runs a reading body: memory exhaustion (warning 8388608) answers onMemory, a read past the end
   // or a size the file cannot back answers onCorrupt, with lastReadError() saying why.
@@ -288,6 +301,18 @@ class VORA_API TpsdFile : public TphotoshopFile {
   uint64_t channelDataSize_ = 0;
   Tstring lastError_;
 };
+
+// Compositing. The blend mode of a key (the fifteen known keys; any other joins the table as 0,
+// normal). blendLayerPixels blends source onto destination (same geometry, channels 0, 1, 2, -1)
+// over rect = {first row, first column, end row, end column} by the mode of blendKey.
+VORA_API int blendModeOf(uint32_t blendKey);
+VORA_API void blendLayerPixels(const TpixelData16& source, TpixelData16& destination, uint32_t blendKey,
+                               const int32_t rect[4]);
+// Composites layers (bottom first) onto destination (made document-sized and transparent when
+// null): hidden, empty and grouped layers are skipped; a layer's user mask is ANDed bytewise into
+// its transparency, the clipping group after it blended onto it, its opacity applied.
+VORA_API void blendLayersInSet(const std::vector<const TpsdLayer*>& layers, uint32_t width, uint32_t height,
+                               TdataFormat format, std::unique_ptr<TpixelData16>& destination);
 
 // Free functions (statusCode 0 success, 1 failure).
 VORA_API bool isFilePsd(const TfilePath& path);

@@ -202,14 +202,18 @@ void TpixelData16::copyRect(const int32_t rect[4], const int32_t point[2], const
 }
 
 void TpixelData16::applyOpacity(uint8_t opacity) {
-  Tchannel* c = channel(TRANSPARENCY);
-  if (!c || opacity == 255) return;
-  ensureRaw(*c);
-  if (c->format == 0) {
-    for (uint8_t& v : c->raw) v = uint8_t((unsigned(v) * opacity + 127) / 255);
-  } else {
-    auto* s = reinterpret_cast<uint16_t*>(c->raw.data());
-    for (size_t i = 0; i < c->sampleCount; ++i) s[i] = uint16_t((uint32_t(s[i]) * opacity + 127) / 255);
+  if (opacity == 255) return;
+  const float scale = float(opacity) / 255.0f;
+  for (PHOTOSHOP_CHANNEL id : {RED, GREEN, BLUE, TRANSPARENCY}) {
+    Tchannel* c = channel(id);
+    if (!c) continue;
+    ensureRaw(*c);
+    if (c->format == 0) {
+      for (uint8_t& v : c->raw) v = uint8_t(float(v) * scale);
+    } else {
+      auto* s = reinterpret_cast<uint16_t*>(c->raw.data());
+      for (size_t i = 0; i < c->sampleCount; ++i) s[i] = uint16_t(float(s[i]) * scale);
+    }
   }
 }
 

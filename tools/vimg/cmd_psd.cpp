@@ -16,8 +16,8 @@ using namespace ktPhotoshop;
 namespace {
 
 struct Options {
-  std::string file, layer, out;
-  bool json = false, composite = false;
+  std::string file, layer, out, set;
+  bool json = false, composite = false, all = false;
   int bits = 0;
 };
 
@@ -230,7 +230,7 @@ Image toImage(TpixelData16& px, uint32_t width, uint32_t height, bool grey) {
 }
 
 void extract(const Options& o) {
-  if (o.composite == !o.layer.empty()) return fail("psd extract: give either --layer NAME or --composite", kStatusUsage);
+  if (o.composite == !o.layer.empty()) return fail("psd extract: give one of --layer NAME, --composite, --all", kStatusUsage);
   std::unique_ptr<TpsdFile> doc;
   TrgbaData composite;
   Image img;
@@ -267,6 +267,43 @@ void extract(const Options& o) {
   if (!writeImage(o.out, img, w, error)) fail(error);
 }
 
+// The layers composited by the library (the whole document or one set), with transparency.
+void composite(const Options& o) {
+  std::unique_ptr<TpsdFile> doc;
+  if (!open(o.file, doc)) return;
+  TrgbaData c;
+  int r = o.set.empty() ? doc->readFlattenedImage(c, true) : doc->readLayerSetImage(o.set.c_str(), c);
+  printWarnings(stderr, "vimg: ");
+  if (r != 0) return fail(o.file + ": " + doc->lastReadError().str());
+  WriteOptions w;
+  w.bits = o.bits;
+  std::string error;
+  if (!writeImage(o.out, toImage(c.pixelData(), c.width(), c.height(), false), w, error)) fail(error);
+}
+
+// Every layer with pixels to OUTDIR/NN_NAME.png (NN its place from the bottom).
+void extractAll(const Options& o) {
+  std::unique_ptr<TpsdFile> doc;
+  if (!open(o.file, doc)) return;
+  std::string stopped = readAll(*doc);
+  if (!stopped.empty()) return printWarnings(stderr, "vimg: "), fail(o.file + ": " + stopped);
+  const bool grey = doc->colorMode() == 1;
+  WriteOptions w;
+  w.bits = o.bits;
+  for (size_t i = 0; i < doc->layers().size(); ++i) {
+    TpsdLayer& l = *doc->layers()[i];
+    if (l.width() == 0 || l.height() == 0) continue;
+    std::string name = l.name.str();
+    for (char& ch : name)
+      if (!isalnum(static_cast<unsigned char>(ch)) && ch != '-' && ch != '_') ch = '_';
+    char prefix[16];
+    snprintf(prefix, sizeof prefix, "%02zu_", i);
+    std::string error, out = o.out + "/" + prefix + name + ".png";
+    if (!writeImage(out, toImage(l.pixels, l.width(), l.height(), grey), w, error)) return fail(error);
+    printf("%s\n", out.c_str());
+  }
+}
+
 }  // namespace
 
 void registerPsd(CLI::App& app) {
@@ -282,9 +319,17 @@ void registerPsd(CLI::App& app) {
   ext->add_option("out", o.out, "image to write (format by extension, as vimg convert)")->required();
   ext->add_option("--layer", o.layer, "the layer of this name (the first from the bottom)");
   ext->add_flag("--composite", o.composite, "the stored composite image");
+  ext->add_flag("--all", o.all, "every layer, as OUT/NN_NAME.png (OUT a directory)");
   ext->add_option("--bits", o.bits, "8 or 16 bits per channel in the output (default: the document's)")
       ->check(CLI::IsMember({8, 16}));
-  ext->callback([] { guarded(o.file, [] { extract(o); }); });
+  ext->callback([] { guarded(o.file, [] { o.all ? extractAll(o) : extract(o); }); });
+  auto* comp = psd->add_subcommand("composite", "composite the layers (not the stored composite) to an image file");
+  comp->add_option("file", o.file, "Photoshop document (.psd)")->required();
+  comp->add_option("out", o.out, "image to write, with transparency")->required();
+  comp->add_option("--set", o.set, "only the layers of this layer set");
+  comp->add_option("--bits", o.bits, "8 or 16 bits per channel in the output (default: the document's)")
+      ->check(CLI::IsMember({8, 16}));
+  comp->callback([] { guarded(o.file, [] { composite(o); }); });
 }
 
 }  // namespace vimg
