@@ -3,4 +3,8 @@
 
 #include "platform/platform.h"
 
-int64_t TfileStream::modificationTime(const char* path) { return vora::platform::modificationTime(path); }
+Ttime TfileStream::modificationTime(const char* path) {
+  Ttime t;
+  if (!vora::platform::modificationTime(path, &t.seconds, &t.nanoseconds)) t = Ttime{};
+  return t;
+}

@@ -101,9 +101,12 @@ bool readStart(const char* path, void* buf, size_t n) {
   return ok;
 }
 
-int64_t modificationTime(const char* path) {
+bool modificationTime(const char* path, int64_t* seconds, int32_t* nanoseconds) {
   struct stat st;
-  return path && stat(path, &st) == 0 ? int64_t(st.st_mtime) : -1;
+  if (!path || stat(path, &st) != 0) return false;
+  *seconds = int64_t(st.st_mtim.tv_sec);
+  *nanoseconds = int32_t(st.st_mtim.tv_nsec);
+  return true;
 }
 
 std::string currentDirectory() {

@@ -47,7 +47,8 @@ bool closeFd(int fd);  // false when the system reports an error (data may be lo
 bool isRegularFile(const char* path);
 // The first n bytes of a file; false when it cannot be opened or is shorter.
 bool readStart(const char* path, void* buf, size_t n);
-int64_t modificationTime(const char* path);  // seconds since the epoch, -1 when it cannot tell
+// The last change: seconds since the epoch and nanoseconds; false when it cannot tell.
+bool modificationTime(const char* path, int64_t* seconds, int32_t* nanoseconds);
 std::string currentDirectory();
 
 // "%s on %s" of the user and computer names, or "Unknown" when either cannot be had.

@@ -6,12 +6,14 @@
 #include <fstream>
 
 #include <vora/export.h>
+#include <vora/foundation/ttime.h>
 
 class VORA_API TfileStream : public std::ifstream {
  public:
   TfileStream() = default;
   explicit TfileStream(const char* path) : std::ifstream(path, std::ios::binary) {}
   bool isOpen() const { return is_open(); }
-  // Seconds since the epoch of the file's last change, or -1.
-  static int64_t modificationTime(const char* path);
+  // The file's last change, to the nanosecond where the file system keeps it; unknown (seconds -1)
+  // when it cannot tell.
+  static Ttime modificationTime(const char* path);
 };
