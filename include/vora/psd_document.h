@@ -193,7 +193,8 @@ class VORA_API TpsdFile : public TphotoshopFile {
 
   // Records the edit-mode flags, reads the header only; 0 whether or not it was accepted.
   int open(const TfilePath& path, bool editMode) override;
-  // Document writing is a later issue: answers -1.
+  // Starts a new document of that size at path, in the colour mode (setColorMode) and depth
+  // (setColorDepth) set before: no layers yet. 0, or -1 for an empty size.
   int create(const TfilePath& path, unsigned short& width, unsigned short& height) override;
   int close() override;
 
@@ -251,6 +252,19 @@ class VORA_API TpsdFile : public TphotoshopFile {
   // The layer of that name (first from the bottom), or null.
   TpsdLayer* findLayer(const Tstring& name);
 
+  // Building a document (after create): layers go on top of the ones added before; pixels hold
+  // channels 0-2 (0 alone for grey), -1 transparency, -2 user mask (placed at the layer's mask
+  // rectangle). A set takes the layers from firstChild up. Alpha channels are document-sized.
+  void setColorMode(uint16_t mode);  // 1 grey, 3 RGB
+  TpsdLayer& addLayer(const Tstring& name, int32_t left, int32_t top, TpixelData16 pixels);
+  void addLayerSet(const Tstring& name, size_t firstChild, bool open = true);
+  void addAlphaChannel(const Tstring& name, TpixelData16 pixels);
+  // Writes the document to path (empty: its own): the layers' channels by layerCompression, the
+  // composite made from the layers over white (run-length at 8 bits, raw at 16) with the alpha
+  // channels after it. 0, or -1 with lastReadError().
+  int save(const TfilePath& path, TCompressionMethod layerCompression);
+  bool isCreated() const { return created_; }
+
  protected:
   bool readPsdHeader(PsdStream& in);
   void readColorModeData(PsdStream& in);
@@ -299,6 +313,8 @@ class VORA_API TpsdFile : public TphotoshopFile {
   uint16_t bitDepth_ = 0, colorMode_ = 0, compression_ = 0;
   TpsdLayerPtrArray layers_;  // the composite is handed out by readFlattenedImage, not kept
   uint64_t channelDataSize_ = 0;
+  bool created_ = false;
+  std::vector<TpixelData16> alphaPixels_;
   Tstring lastError_;
 };
 
@@ -317,10 +333,12 @@ VORA_API void blendLayersInSet(const std::vector<const TpsdLayer*>& layers, uint
 // Free functions (statusCode 0 success, 1 failure).
 VORA_API bool isFilePsd(const TfilePath& path);
 VORA_API statusCode openPsdFile(const TfilePath& path, TphotoshopFile*& out, bool editMode);
-// Calls close and answers true for a TpsdFile; false otherwise. A document whose edit-mode flag
-// is clear is meant to be written back to its path first (savePsdFile); document writing is not
-// in this library yet, so the document is closed without that save (nothing is faked or written).
+// Calls close and answers true for a TpsdFile; false otherwise. A document built in memory
+// (create) whose edit-mode flag is clear is first written to its path (savePsdFile); a document
+// read from a file and left unchanged already stands there as it is, and is not rewritten.
 VORA_API bool closePsdFile(TphotoshopFile*& file);
+// Writes the document to path (an empty path: its own), run-length layer channels.
+VORA_API statusCode savePsdFile(TphotoshopFile* file, const TfilePath& path);
 VORA_API statusCode getLayerNames(TphotoshopFile* file, TstringArray& names);
 VORA_API statusCode getLayerSetNames(TphotoshopFile* file, TstringArray& names);
 

@@ -33,11 +33,6 @@ int TpsdFile::open(const TfilePath& path, bool editMode) {
   return 0;  // also when the header is not accepted: isFilePsd is the test
 }
 
-int TpsdFile::create(const TfilePath&, unsigned short&, unsigned short&) {
-  lastError_ = "writing Photoshop documents is not available in this library yet";
-  return -1;
-}
-
 int TpsdFile::close() {
   layers_.clear();
   return 0;
@@ -116,8 +111,8 @@ statusCode openPsdFile(const TfilePath& path, TphotoshopFile*& out, bool editMod
 bool closePsdFile(TphotoshopFile*& file) {
   auto* psd = dynamic_cast<TpsdFile*>(file);
   if (!psd) return false;
-  // A document whose edit-mode flag is clear is to be saved (savePsdFile) before closing; document
-  // writing is not in this library yet, so no save happens here.
+  // A failed save leaves its reason in lastReadError(); closing goes on.
+  if (!psd->isFileEditMode() && psd->isCreated() && psd->saveNeeded()) savePsdFile(psd, TfilePath(std::string()));
   psd->close();
   return true;
 }

@@ -330,6 +330,7 @@ void registerPsd(CLI::App& app) {
   comp->add_option("--bits", o.bits, "8 or 16 bits per channel in the output (default: the document's)")
       ->check(CLI::IsMember({8, 16}));
   comp->callback([] { guarded(o.file, [] { composite(o); }); });
+  registerPsdCreate(*psd);
 }
 
 }  // namespace vimg
