@@ -23,10 +23,18 @@ constexpr PHOTOSHOP_CHANNEL RED = 0, GREEN = 1, BLUE = 2, TRANSPARENCY = -1, USE
 
 enum TCompressionMethod : uint16_t { RAW = 0, RLE = 1, ZIP = 2, ZIP_PREDICTION = 3 };
 
+// Sample buffers of several megabytes come from their own mappings in large pages where the
+// system offers them: fresh memory is faulted in 2 MiB at a time, not 4 KiB.
+VORA_API void* psdAllocateSamples(size_t bytes);
+VORA_API void psdReleaseSamples(void* p, size_t bytes);
+
 // The allocator of sample buffers: new elements are left uninitialised (a resize without a zero
 // fill), as the decoders write every sample or fill what they do not reach themselves.
 template <typename T>
 struct TuninitAllocator : std::allocator<T> {
+  using value_type = T;
+  T* allocate(size_t n) { return static_cast<T*>(psdAllocateSamples(n * sizeof(T))); }
+  void deallocate(T* p, size_t n) noexcept { psdReleaseSamples(p, n * sizeof(T)); }
   template <typename U>
   struct rebind {
     using other = TuninitAllocator<U>;

@@ -4,6 +4,8 @@
 
 #include <vora/photoshop.h>
 
+#include "platform/platform.h"
+
 namespace ktPhotoshop {
 
 namespace {
@@ -226,5 +228,17 @@ std::vector<PHOTOSHOP_CHANNEL> TpixelData16::channelListArray() const {
   for (const auto& [id, c] : channels_) ids.push_back(id);
   return ids;
 }
+
+}  // namespace ktPhotoshop
+
+namespace ktPhotoshop {
+
+void* psdAllocateSamples(size_t bytes) {
+  void* p = vora::platform::allocateLarge(bytes);
+  if (!p) throw std::bad_alloc();
+  return p;
+}
+
+void psdReleaseSamples(void* p, size_t bytes) { vora::platform::releaseLarge(p, bytes); }
 
 }  // namespace ktPhotoshop

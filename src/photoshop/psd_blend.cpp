@@ -2,10 +2,14 @@
 // composited by this library have always shown, truncations and 8-bit shifts included (at 16 bits
 // too): they are kept as they are, not moved toward another program's results.
 #include <cmath>
+#include <cstdint>
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include <vora/photoshop.h>
+
+#include "foundation/parallel.h"
 
 namespace ktPhotoshop {
 
@@ -66,7 +70,8 @@ void toRgb(const Hsl& c, int64_t out[3]) {
 }
 
 // One colour channel of the modes with a per-channel rule; false: leave the channel as it is.
-bool channelRule(int mode, int64_t M, int64_t H, int64_t A, double w, double alpha, int64_t s, int64_t d, int64_t* out) {
+template <int mode>
+inline bool channelRule(int64_t M, int64_t H, int64_t A, double w, double alpha, int64_t s, int64_t d, int64_t* out) {
   switch (mode) {
     case 1: {  // multiply
       const double f = w / (double(A) + w);
@@ -124,8 +129,8 @@ bool channelRule(int mode, int64_t M, int64_t H, int64_t A, double w, double alp
   }
 }
 
-template <typename T>
-void blendPixels(int mode, const T* sr[3], const T* sa, T* dr[3], T* da, uint32_t width, const int32_t rect[4],
+template <typename T, int mode>
+void blendPixels(const T* sr[3], const T* sa, T* dr[3], T* da, uint32_t width, const int32_t rect[4],
                  int64_t M, int64_t H) {
   auto put = [](T* p, int64_t v) { *p = T(uint16_t(v)); };
   for (int32_t row = rect[0]; row < rect[2]; ++row)
@@ -138,8 +143,13 @@ void blendPixels(int mode, const T* sr[3], const T* sa, T* dr[3], T* da, uint32_
         da[i] = T(A);
         continue;
       }
+      if (mode == 0 && A == M) {  // w is 0: the formula gives the source pixel itself
+        for (int c = 0; c < 3; ++c) dr[c][i] = sr[c][i];
+        da[i] = T(M);
+        continue;
+      }
       const double w = double((M - A) * B) / double(M), alpha = double(A) / double(M);
-      if (mode == 0 || mode < 0 || mode > 14) {
+      if (mode == 0) {
         const double t = double(A) + w;
         for (int c = 0; c < 3; ++c) put(&dr[c][i], roundHalfAway((double(sr[c][i]) * double(A) + w * double(dr[c][i])) / t));
         put(&da[i], roundHalfAway(t));
@@ -156,11 +166,38 @@ void blendPixels(int mode, const T* sr[3], const T* sa, T* dr[3], T* da, uint32_
       } else {
         for (int c = 0; c < 3; ++c) {
           int64_t v;
-          if (channelRule(mode, M, H, A, w, alpha, sr[c][i], dr[c][i], &v)) put(&dr[c][i], v);
+          if (channelRule<mode>(M, H, A, w, alpha, sr[c][i], dr[c][i], &v)) put(&dr[c][i], v);
         }
         if (mode == 9 || mode == 10) put(&da[i], trunc64(w + double(A)));
       }
     }
+}
+
+// The mode resolved once per layer: each has its own pixel loop.
+template <typename T, int... modes>
+void dispatch(int mode, std::integer_sequence<int, modes...>, const T* s[3], const T* sa, T* d[3], T* da, uint32_t width,
+              const int32_t rect[4], int64_t M, int64_t H) {
+  ((mode == modes ? blendPixels<T, modes>(s, sa, d, da, width, rect, M, H) : void()), ...);
+}
+
+template <typename T>
+void run(int mode, TpixelData16& src, TpixelData16& dst, uint32_t width, const int32_t rect[4]) {
+  const PHOTOSHOP_CHANNEL ids[3] = {RED, GREEN, BLUE};
+  const T* s[3];
+  T* d[3];
+  for (int c = 0; c < 3; ++c) {
+    s[c] = reinterpret_cast<const T*>(src.getChannelPixPtr(ids[c]));
+    d[c] = reinterpret_cast<T*>(dst.getChannelPixPtr(ids[c]));
+  }
+  const T* sa = reinterpret_cast<const T*>(src.getTransparencyPixelPtr());
+  T* da = reinterpret_cast<T*>(dst.getTransparencyPixelPtr());
+  // Rows are independent: bands of them on every core (small layers on this thread).
+  const int64_t pixels = int64_t(rect[2] - rect[0]) * (rect[3] - rect[1]);
+  vora::parallelFor(size_t(rect[2] - rect[0]), 0, pixels < (1 << 16) ? SIZE_MAX : 2, [&](size_t a, size_t b) {
+    const int32_t band[4] = {rect[0] + int32_t(a), rect[1], rect[0] + int32_t(b), rect[3]};
+    dispatch<T>(mode, std::make_integer_sequence<int, 15>(), s, sa, d, da, width, band, dst.getMaxColor(),
+                dst.getMidValue());
+  });
 }
 
 }  // namespace
@@ -172,7 +209,6 @@ int blendModeOf(uint32_t key) {
 
 void blendLayerPixels(const TpixelData16& source, TpixelData16& destination, uint32_t blendKey, const int32_t rect[4]) {
   TpixelData16& src = const_cast<TpixelData16&>(source);
-  const PHOTOSHOP_CHANNEL ids[3] = {RED, GREEN, BLUE};
   for (PHOTOSHOP_CHANNEL id : {RED, GREEN, BLUE, TRANSPARENCY})
     if (!src.channel(id) || !destination.channel(id) || src.format() != destination.format() ||
         src.size(id) < destination.size(id))
@@ -181,23 +217,10 @@ void blendLayerPixels(const TpixelData16& source, TpixelData16& destination, uin
   int32_t r[4] = {std::max(rect[0], 0), std::max(rect[1], 0), std::min(rect[2], int32_t(height)),
                   std::min(rect[3], int32_t(width))};
   if (r[0] >= r[2] || r[1] >= r[3]) return;
-  const int mode = blendModeOf(blendKey);
-  const int64_t M = destination.getMaxColor(), H = destination.getMidValue();
-  if (destination.is16bit()) {
-    const uint16_t* s[3];
-    uint16_t* d[3];
-    for (int c = 0; c < 3; ++c) {
-      s[c] = reinterpret_cast<const uint16_t*>(src.getChannelPixPtr(ids[c]));
-      d[c] = reinterpret_cast<uint16_t*>(destination.getChannelPixPtr(ids[c]));
-    }
-    blendPixels<uint16_t>(mode, s, reinterpret_cast<const uint16_t*>(src.getTransparencyPixelPtr()), d,
-                          reinterpret_cast<uint16_t*>(destination.getTransparencyPixelPtr()), width, r, M, H);
-  } else {
-    const uint8_t* s[3];
-    uint8_t* d[3];
-    for (int c = 0; c < 3; ++c) s[c] = src.getChannelPixPtr(ids[c]), d[c] = destination.getChannelPixPtr(ids[c]);
-    blendPixels<uint8_t>(mode, s, src.getTransparencyPixelPtr(), d, destination.getTransparencyPixelPtr(), width, r, M, H);
-  }
+  int mode = blendModeOf(blendKey);
+  if (mode < 0 || mode > 14) mode = 0;
+  if (destination.is16bit()) run<uint16_t>(mode, src, destination, width, r);
+  else run<uint8_t>(mode, src, destination, width, r);
 }
 
 }  // namespace ktPhotoshop

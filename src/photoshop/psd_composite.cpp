@@ -1,5 +1,6 @@
 // Compositing a list of layers bottom to top (a document's or one layer set's), with visibility,
 // user masks, opacity and clipping groups, and the document calls built on it.
+#include <algorithm>
 #include <cstring>
 
 #include <vora/photoshop.h>
@@ -22,13 +23,37 @@ TpixelData16 documentPixels(TdataFormat format, uint32_t width, uint32_t height)
   return p;
 }
 
-// The layer's pixels at its rectangle in document-sized scratch (zeroed first). A grey layer's
-// one colour channel goes to all three.
+// Rows and columns {first row, first column, end row, end column} of the document a layer touches.
+struct Area {
+  int32_t r[4] = {0, 0, 0, 0};
+  void unite(const int32_t o[4]) {
+    if (o[0] >= o[2] || o[1] >= o[3]) return;
+    if (r[0] >= r[2] || r[1] >= r[3]) {
+      std::copy(o, o + 4, r);
+      return;
+    }
+    r[0] = std::min(r[0], o[0]), r[1] = std::min(r[1], o[1]), r[2] = std::max(r[2], o[2]), r[3] = std::max(r[3], o[3]);
+  }
+};
+
+// Zeroes an area of every channel (what the previous layer left in the scratch).
+void clear(TpixelData16& p, const Area& a, uint32_t width) {
+  if (a.r[0] >= a.r[2] || a.r[1] >= a.r[3]) return;
+  const size_t bytes = p.bytesPerChannel();
+  for (PHOTOSHOP_CHANNEL id : p.channelListArray()) {
+    uint8_t* base = p.getChannelPixPtr(id);
+    for (int32_t y = a.r[0]; y < a.r[2]; ++y)
+      memset(base + (size_t(y) * width + size_t(a.r[1])) * bytes, 0, size_t(a.r[3] - a.r[1]) * bytes);
+  }
+}
+
+// The layer's pixels at its rectangle in document-sized scratch, whose other values are 0. A grey
+// layer's one colour channel goes to all three.
 void place(TpixelData16& scratch, const TpsdLayer& layer) {
-  scratch.initialize(0, 0);
   TpixelData16& px = const_cast<TpixelData16&>(layer.pixels);
   if (px.channel(RED) && !px.channel(GREEN) && !px.channel(BLUE)) {
     const Tchannel& g = *px.channel(RED);
+    if (g.sampleCount == 0) return;
     TpixelData16 rgb(px.format());
     for (PHOTOSHOP_CHANNEL id : kColour) {
       rgb.addChannel(id, g.width, g.height);
@@ -74,6 +99,7 @@ void clipLayersInSet(const std::vector<const TpsdLayer*>& layers, size_t base, T
   for (size_t j = base + 1; j < layers.size() && layers[j]->clipping != 0; ++j) {
     const TpsdLayer& l = *layers[j];
     if (!contributes(l)) continue;
+    clip.initialize(0, 0);
     place(clip, l);
     applyMask(clip, l, width, height);
     clip.applyOpacity(l.opacity);
@@ -100,15 +126,28 @@ void blendLayersInSet(const std::vector<const TpsdLayer*>& layers, uint32_t widt
   if (width == 0 || height == 0) return;
   if (!destination) destination = std::make_unique<TpixelData16>(documentPixels(format, width, height));
   TpixelData16 scratch = documentPixels(format, width, height);
+  Area dirty;  // what the last layer placed; everything else in the scratch is 0
   for (size_t i = 0; i < layers.size(); ++i) {
     const TpsdLayer& l = *layers[i];
     if (l.clipping != 0 || !contributes(l)) continue;
-    place(scratch, l);
-    applyMask(scratch, l, width, height);
-    if (i + 1 < layers.size() && layers[i + 1]->clipping != 0) clipLayersInSet(layers, i, scratch, width, height);
-    scratch.applyOpacity(l.opacity);
     int32_t rect[4];
     blendRect(l, width, height, rect);
+    // a layer with every channel over all that the last one left overwrites it: nothing to clear
+    const bool covers = rect[0] <= dirty.r[0] && rect[1] <= dirty.r[1] && rect[2] >= dirty.r[2] && rect[3] >= dirty.r[3] &&
+                        l.pixels.channel(RED) && l.pixels.channel(TRANSPARENCY) &&
+                        (!l.pixels.channel(GREEN) == !l.pixels.channel(BLUE));
+    if (!covers) clear(scratch, dirty, width);
+    dirty = Area();
+    place(scratch, l);
+    applyMask(scratch, l, width, height);
+    dirty.unite(rect);
+    for (size_t j = i + 1; j < layers.size() && layers[j]->clipping != 0; ++j) {  // clipped layers write too
+      int32_t cr[4];
+      blendRect(*layers[j], width, height, cr);
+      dirty.unite(cr);
+    }
+    if (i + 1 < layers.size() && layers[i + 1]->clipping != 0) clipLayersInSet(layers, i, scratch, width, height);
+    scratch.applyOpacity(l.opacity);
     blendLayerPixels(scratch, *destination, l.blendKey, rect);
   }
 }
@@ -157,7 +196,7 @@ int TpsdFile::compositeInto(const std::vector<const TpsdLayer*>& list, TrgbaData
 
 int TpsdFile::readFlattenedImage(TrgbaData& out, bool fromLayers) {
   if (!fromLayers) return readFlattenedImage(out);
-  if (readAllChannelData() != 0) return -1;
+  if (readAllChannelData() != 0 || decodeAllChannels() != 0) return -1;
   if (colorMode_ != 1 && colorMode_ != 3) {
     lastError_ = "only RGB and grey documents are composited from their layers";
     return -1;

@@ -175,6 +175,10 @@ void TpsdFile::addAlphaChannel(const Tstring& name, TpixelData16 pixels) {
 int TpsdFile::save(const TfilePath& path, TCompressionMethod layerCompression) {
   const TfilePath target = path.asChar()[0] ? path : path_;
   lastError_ = Tstring();
+  if (width_ < 1 || height_ < 1 || width_ > 30000 || height_ > 30000) {  // version 1 documents
+    lastError_ = "a document is 1 to 30000 pixels on each side";
+    return -1;
+  }
   try {
     const bool wide = colorDepth() == k16Bits, grey = colorMode_ == 1;
     const uint32_t colours = grey ? 1 : 3;

@@ -40,6 +40,10 @@ long readAt(int fd, void* buf, size_t n, int64_t pos);  // bytes read (short at 
 // Maps a whole regular file read-only; null when it cannot (the caller then reads with readAt).
 const uint8_t* mapFile(int fd, int64_t size);
 void unmapFile(const uint8_t* data, int64_t size);
+// Memory for large buffers: a mapping of its own in large pages where the system offers them
+// (small sizes come from the heap). Null when it cannot be had; release with the same size.
+void* allocateLarge(size_t bytes);
+void releaseLarge(void* p, size_t bytes);
 int64_t fileSize(int fd);                     // -1 when not a regular file
 bool seekTo(int fd, int64_t pos);
 bool writeAt(int fd, const void* data, size_t n, int64_t pos);
