@@ -38,6 +38,10 @@ run: build
 	$(BUILD)/vimg psd info tests/data/psd/agpsd_layers_rle.psd
 	$(BUILD)/vimg psd extract tests/data/psd/agpsd_layers_zip.psd --layer "multiply op128" $(BUILD)/layer.png
 	$(BUILD)/vimg psd extract tests/data/psd/im_gray8_layers_rle.psd --composite $(BUILD)/composite.png
+	$(BUILD)/vimg psd composite tests/data/psd/agpsd_layers_rle.psd $(BUILD)/blended.png
+	$(BUILD)/vimg psd create $(BUILD)/made.psd --layer "Background=$(BUILD)/sample.png" \
+	  --layer "shade=$(BUILD)/sample_blur.png@10,8:blend=multiply:opacity=160"
+	$(BUILD)/vimg psd info $(BUILD)/made.psd
 	@mkdir -p $(BUILD)/frames && for f in 1 2 3 5 8; do \
 	  cp tests/data/iff/rgb8_40x30_rle.iff $(BUILD)/frames/shot.000$$f.iff; done
 	$(BUILD)/vimg seq $(BUILD)/frames

@@ -307,7 +307,7 @@ void extractAll(const Options& o) {
 }  // namespace
 
 void registerPsd(CLI::App& app) {
-  auto* psd = app.add_subcommand("psd", "Photoshop documents: describe, extract layers or the composite");
+  auto* psd = app.add_subcommand("psd", "Photoshop documents: describe, extract, composite the layers, create");
   psd->require_subcommand(1);
   static Options o;
   auto* inf = psd->add_subcommand("info", "header, resources, the layer tree, channels, masks and warnings");
