@@ -62,6 +62,8 @@ class VORA_API TpsdTextureFile {
   int readLayerSetPixels(const Tstring& setName, TrgbaData& out);
   int layerNames(TstringArray& names);
   int layerSetNames(TstringArray& names);
+  // Writes the document (savePsdFile) to path, or to its own path when path is empty. 0 or -1.
+  int saveAs(const TfilePath& path);
 
   static bool isFilePsd(const Tstring& path);
   static int allPsdFileWarnings(TstringArray& out);

@@ -96,6 +96,10 @@ int TpsdTextureFile::readLayerSetPixels(const Tstring& setName, TrgbaData& out) 
   return psd() ? psd()->readLayerSetImage(setName, out) : -1;
 }
 
+int TpsdTextureFile::saveAs(const TfilePath& path) {
+  return document_ && savePsdFile(document_.get(), path) == kSuccess ? 0 : -1;
+}
+
 int TpsdTextureFile::layerNames(TstringArray& names) { return psd() ? psd()->getAllLayerNames(names) : -1; }
 int TpsdTextureFile::layerSetNames(TstringArray& names) { return psd() ? psd()->readLayerSetNames(names) : -1; }
 

@@ -32,7 +32,7 @@ std::vector<PHOTOSHOP_CHANNEL> recordOrder(const TpixelData16& px) {
   for (PHOTOSHOP_CHANNEL id : {TRANSPARENCY, RED, GREEN, BLUE})
     if (px.channel(id)) ids.push_back(id);
   for (PHOTOSHOP_CHANNEL id : px.channelListArray())
-    if (id >= 3 || id == USER_MASK || id == REAL_USER_MASK) ids.push_back(id);
+    if (id >= 3 || id == USER_MASK) ids.push_back(id);  // a read document's -3 mask is not carried over
   return ids;
 }
 
@@ -179,6 +179,13 @@ int TpsdFile::save(const TfilePath& path, TCompressionMethod layerCompression) {
     lastError_ = "a document is 1 to 30000 pixels on each side";
     return -1;
   }
+  if (colorMode_ != 1 && colorMode_ != 3) {
+    lastError_ = "only RGB and grey documents are written";
+    return -1;
+  }
+  // a document read from a file: its layers come along, their channels as stored where the
+  // compression is the same (its stored composite and alpha channels are not carried over)
+  if (!created_ && readAllChannelData() != 0) return -1;
   try {
     const bool wide = colorDepth() == k16Bits, grey = colorMode_ == 1;
     const uint32_t colours = grey ? 1 : 3;
@@ -190,9 +197,9 @@ int TpsdFile::save(const TfilePath& path, TCompressionMethod layerCompression) {
     u16(out, wide ? 16 : 8), u16(out, grey ? 1 : 3);
     u32(out, 0);  // no colour mode data
     Bytes resources;
-    if (!alphaNames_.empty()) {
+    if (!alphaPixels_.empty()) {
       Bytes names;
-      for (const Tstring& n : alphaNames_) pascal(names, n.str());
+      for (size_t k = 0; k < alphaPixels_.size(); ++k) pascal(names, k < alphaNames_.size() ? alphaNames_[k].str() : "");
       key(resources, fourCC("8BIM")), u16(resources, 1006), u16(resources, 0);  // empty name, padded
       u32(resources, uint32_t(names.size()));
       append(resources, names);

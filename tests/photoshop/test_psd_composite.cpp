@@ -214,7 +214,9 @@ TEST(PsdComposite, OpacityMasksClippingVisibilityAndSets) {
   psd::Layer inSet = flat("in set", 1, 0, 1, 1, {7, 8, 9, 255});
   psd::Layer set = flat("closed", 0, 0, 0, 0, {0, 0, 0, 0});
   set.blocks = {{fourCC("lsct"), words({2}, "pass")}};
-  d.layers = {half, masked, hidden, base, clipped, divider, inSet, set};
+  psd::Layer inner = set, inInner = flat("in inner", 1, 5, 1, 1, {1, 2, 3, 255});
+  inner.name = "inner", inner.flags = 2;  // a hidden set inside the visible one
+  d.layers = {half, masked, hidden, base, clipped, divider, inSet, divider, inInner, inner, set};
   Composited c(d);
   ASSERT_EQ(c.result, 0) << c.doc.lastReadError().str();
   EXPECT_EQ(str(c(0, 0)), "0 0 0 0");
@@ -225,13 +227,19 @@ TEST(PsdComposite, OpacityMasksClippingVisibilityAndSets) {
   EXPECT_EQ(str(c(4, 0)), "250 0 0 255");    // the clipped layer over its base
   EXPECT_EQ(str(c(4, 1)), "0 0 0 0");        // past the base: nothing
   EXPECT_EQ(str(c(0, 1)), "7 8 9 255");      // inside a visible set
+  EXPECT_EQ(str(c(5, 1)), "0 0 0 0");        // inside a hidden set inside it
   // the set alone, and the same set hidden: empty, with the warning
   TpsdFileWarning::instance().clear();
   Composited s(d, "closed");
   ASSERT_EQ(s.result, 0);
   EXPECT_EQ(str(s(0, 1)), "7 8 9 255");
   EXPECT_EQ(str(s(1, 0)), "0 0 0 0");
+  EXPECT_EQ(str(s(5, 1)), "0 0 0 0");
   EXPECT_EQ(TpsdFileWarning::instance().allBits() & TpsdFileWarning::rFileEmptyLayerSet, 0u);
+  Composited in(d, "inner");
+  EXPECT_EQ(str(in(5, 1)), "0 0 0 0");
+  EXPECT_NE(TpsdFileWarning::instance().allBits() & TpsdFileWarning::rFileEmptyLayerSet, 0u);
+  TpsdFileWarning::instance().clear();
   d.layers.back().flags = 2;
   Composited h(d, "closed");
   EXPECT_EQ(str(h(0, 1)), "0 0 0 0");

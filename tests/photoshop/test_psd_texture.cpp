@@ -49,6 +49,8 @@ TEST(PsdTexture, CacheReadsOnceUntilTheFileChanges) {
   TpsdTextureFile u;
   ASSERT_EQ(u.openWithoutCache(path.c_str(), true), 0);
   EXPECT_EQ(u.resolutionX(), 0);  // not copied
+  ASSERT_EQ(u.saveAs(d.path("copy.psd").c_str()), 0);
+  EXPECT_TRUE(TpsdTextureFile::isFilePsd(Tstring(d.path("copy.psd"))));
   EXPECT_EQ(cache.size(), 1u);
   vt::writeFile(d.path("x.psd"), {'n', 'o'});
   TpsdTextureFile x;

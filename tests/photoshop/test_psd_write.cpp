@@ -141,7 +141,14 @@ TEST(PsdWriteInterop, PeersReadTheLayersWritten) {
     vt::run("/usr/bin/convert '" + path + "[" + std::to_string(++seed) + "]' -depth 8 rgba:- | sha256sum", &im);
     if (!s.mask && s.opacity == 255) EXPECT_EQ(im.substr(0, 64), hash) << s.name;
   }
-  // OpenImageIO: the composite and one subimage per pixel layer, at their places
+  // OpenImageIO: the composite and one subimage per layer record, at their places, the same pixels
+  std::string oiio;
+  ASSERT_EQ(vt::run("/usr/bin/python3 " VORA_TEST_TOOLS "/oiio_pixels.py layers " + path, &oiio), 0) << oiio;
+  seed = 0;
+  for (const Spec& s : kLayers) {
+    TpixelData16 p = pixels(s, k8Bits, false, seed++);
+    if (!s.mask) EXPECT_NE(oiio.find(std::string(s.name) + "|" + vt::sha256(rgba8(p, s.w * s.h))), std::string::npos) << oiio;
+  }
   std::string info;
   ASSERT_EQ(vt::run("oiiotool --info -v -a " + path + " 2>&1", &info), 0);
   EXPECT_NE(info.find("7 subimages: 30x20 [u8,u8,u8], 30x20 [u8,u8,u8,u8], 10x8 [u8,u8,u8,u8], 0x0 [u8,u8,u8,u8], "
@@ -149,13 +156,19 @@ TEST(PsdWriteInterop, PeersReadTheLayersWritten) {
             std::string::npos)
       << info;  // the set records are subimages of their own
   EXPECT_NE(info.find("pixel data origin: x=-4, y=15"), std::string::npos) << info;
-  // GIMP (batch): names, opacity and modes
+  // GIMP (batch): the top-level layers' names, offsets, opacity and modes, and their pixels
   std::string gimp;
   vt::run("cd " + d.dir() + " && gimp-console-2.10 -i -d -f -b '(let* ((img (car (gimp-file-load RUN-NONINTERACTIVE "
-          "\"peers.psd\" \"peers.psd\")))) (for-each (lambda (l) (gimp-message (string-append \"LAYER \" (car "
-          "(gimp-item-get-name l)) \" \" (number->string (round (car (gimp-layer-get-opacity l)))) \" \" (number->string "
-          "(car (gimp-layer-get-mode l)))))) (vector->list (cadr (gimp-image-get-layers img)))) (gimp-quit 0))' 2>&1 "
-          "| grep -a -o 'LAYER.*'",
+          "\"peers.psd\" \"peers.psd\")))) (for-each (lambda (l) (let ((o (gimp-drawable-offsets l)) (n (car "
+          "(gimp-item-get-name l)))) (gimp-message (string-append \"LAYER \" n \" \" (number->string (car o)) \",\" "
+          "(number->string (cadr o)) \" \" (number->string (round (car (gimp-layer-get-opacity l)))) \" \" "
+          "(number->string (car (gimp-layer-get-mode l))))) (file-png-save2 RUN-NONINTERACTIVE img l (string-append "
+          "\"gimp_\" n \".png\") \"x\" 0 9 0 0 0 0 0 0 0))) (vector->list (cadr (gimp-image-get-layers img)))) "
+          "(gimp-quit 0))' 2>&1 | grep -a -o 'LAYER.*'",
           &gimp);
-  EXPECT_EQ(gimp, "LAYER set 100.0 61\nLAYER masked 100.0 28\nLAYER Background 100.0 28\n") << gimp;  // top level
+  EXPECT_EQ(gimp, "LAYER set -4,6 100.0 61\nLAYER masked 3,2 100.0 28\nLAYER Background 0,0 100.0 28\n") << gimp;
+  std::string bg;
+  vt::run("/usr/bin/convert '" + d.path("gimp_Background.png") + "' -depth 8 rgba:- | sha256sum", &bg);
+  TpixelData16 p = pixels(kLayers[0], k8Bits, false, 0);
+  EXPECT_EQ(bg.substr(0, 64), vt::sha256(rgba8(p, 30 * 20)));
 }

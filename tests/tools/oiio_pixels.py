@@ -7,7 +7,10 @@
                                            --unassociated, PNG/TIFF alpha is not premultiplied
   oiio_pixels.py write FILE W H C BITS RAWIN COMPRESSION
                                            writes FILE with OpenImageIO from such raw pixels
+  oiio_pixels.py layers FILE               per subimage "NAME|SHA-256" of its 8-bit pixels, alpha
+                                           unassociated (a layered document's layers)
 """
+import hashlib
 import sys
 
 import numpy
@@ -31,6 +34,15 @@ def main():
             arr = arr.astype("<u2")
         open(sys.argv[3], "wb").write(arr.tobytes())
         print(spec.width, spec.height, spec.nchannels, bits)
+    elif sys.argv[1] == "layers":
+        config = oiio.ImageSpec()
+        config.attribute("oiio:UnassociatedAlpha", 1)
+        inp = oiio.ImageInput.open(sys.argv[2], config)
+        sub = 0
+        while inp and inp.seek_subimage(sub, 0):
+            data = numpy.ascontiguousarray(inp.read_image(oiio.UINT8))
+            print(inp.spec().getattribute("oiio:subimagename") or "", hashlib.sha256(data.tobytes()).hexdigest(), sep="|")
+            sub += 1
     elif sys.argv[1] == "write":
         name, w, h, c, bits, raw, comp = sys.argv[2:9]
         w, h, c, bits = int(w), int(h), int(c), int(bits)
