@@ -20,6 +20,8 @@ PACKAGES=(
   openimageio-tools python3-openimageio imagemagick opencolorio-tools libopencolorio-dev ffmpeg
   # psd-tools: its own blend of a document's layers is the compositing tests' peer
   python3-psd-tools
+  # GIMP in batch mode (gimp-console-2.10): reads the documents the library writes
+  gimp
   # OpenImageIO in-process for the side-by-side benchmarks (bench/compare_iff.cpp)
   libopenimageio-dev
   hyperfine

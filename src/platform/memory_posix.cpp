@@ -7,11 +7,24 @@
 
 #include "platform/platform.h"
 
+// Under AddressSanitizer every buffer comes from the heap, where overruns are caught.
+#if defined(__SANITIZE_ADDRESS__)
+#define VORA_HEAP_ONLY 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VORA_HEAP_ONLY 1
+#endif
+#endif
+#ifndef VORA_HEAP_ONLY
+#define VORA_HEAP_ONLY 0
+#endif
+
 namespace vora::platform {
 
 namespace {
 constexpr size_t kLargePage = size_t(2) << 20;
-constexpr size_t kThreshold = size_t(4) << 20;  // below this, the heap
+// below this, the heap
+constexpr size_t kThreshold = VORA_HEAP_ONLY ? SIZE_MAX : size_t(4) << 20;
 
 size_t rounded(size_t bytes) { return (bytes + kLargePage - 1) & ~(kLargePage - 1); }
 }  // namespace
