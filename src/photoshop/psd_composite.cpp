@@ -53,9 +53,9 @@ void place(TpixelData16& scratch, const TpsdLayer& layer) {
   TpixelData16& px = const_cast<TpixelData16&>(layer.pixels);
   if (px.channel(RED) && !px.channel(GREEN) && !px.channel(BLUE)) {
     const Tchannel& g = *px.channel(RED);
-    if (g.sampleCount == 0) return;
     TpixelData16 rgb(px.format());
     for (PHOTOSHOP_CHANNEL id : kColour) {
+      if (g.sampleCount == 0) break;
       rgb.addChannel(id, g.width, g.height);
       memcpy(rgb.getChannelPixPtr(id), px.getChannelPixPtr(RED), size_t(g.sampleCount) * px.bytesPerChannel());
       scratch.copyChannel(id, layer.left, layer.top, rgb);
@@ -77,6 +77,18 @@ void applyMask(TpixelData16& scratch, const TpsdLayer& layer, uint32_t width, ui
   const Tchannel* mc = mask.channel(USER_MASK);
   TpixelData16::memAND(scratch.getTransparencyPixelPtr(), mask.getChannelPixPtr(USER_MASK),
                        size_t(mc->sampleCount) * scratch.bytesPerChannel());
+}
+
+// Whether placing the layer writes every value of its rectangle: its colour and transparency
+// channels are all there, at the rectangle's size.
+bool fillsItsRectangle(const TpsdLayer& l) {
+  const TpixelData16& px = l.pixels;
+  if (!px.channel(RED) || !px.channel(TRANSPARENCY) || !px.channel(GREEN) != !px.channel(BLUE)) return false;
+  for (PHOTOSHOP_CHANNEL id : {RED, GREEN, BLUE, TRANSPARENCY}) {
+    const Tchannel* c = px.channel(id);
+    if (c && (c->width != l.width() || c->height != l.height() || c->sampleCount == 0)) return false;
+  }
+  return true;
 }
 
 void blendRect(const TpsdLayer& l, uint32_t width, uint32_t height, int32_t rect[4]) {
@@ -133,9 +145,8 @@ void blendLayersInSet(const std::vector<const TpsdLayer*>& layers, uint32_t widt
     int32_t rect[4];
     blendRect(l, width, height, rect);
     // a layer with every channel over all that the last one left overwrites it: nothing to clear
-    const bool covers = rect[0] <= dirty.r[0] && rect[1] <= dirty.r[1] && rect[2] >= dirty.r[2] && rect[3] >= dirty.r[3] &&
-                        l.pixels.channel(RED) && l.pixels.channel(TRANSPARENCY) &&
-                        (!l.pixels.channel(GREEN) == !l.pixels.channel(BLUE));
+    const bool covers = rect[0] <= dirty.r[0] && rect[1] <= dirty.r[1] && rect[2] >= dirty.r[2] &&
+                        rect[3] >= dirty.r[3] && fillsItsRectangle(l);
     if (!covers) clear(scratch, dirty, width);
     dirty = Area();
     place(scratch, l);
