@@ -70,6 +70,9 @@ bool decodeRle(Tchannel& c) {
   const size_t rb = c.rowBytes();
   const uint8_t* data = c.compressed.data();
   size_t len = std::min<size_t>(c.compressed.size(), c.compressedLength ? c.compressedLength : c.compressed.size());
+  // A channel of no width has nothing to decode, however many rows its rectangle claims: the
+  // row table must not be sized from the height alone.
+  if (c.raw.empty()) return false;
   std::vector<uint32_t> rows(c.height);
   size_t at = 0;
   if (c.hasRowTable) {

@@ -153,7 +153,8 @@ TEST(PsdMalformed, DepthEightWithSixteenBitData) {
 
 // Every document of tests/data/psd/bad (lengths and counts past the end of the file, sizes the
 // file cannot back) gets from each reading call the answer expected.tsv gives, with a reason
-// naming what was wrong, in well under a second: nothing is allocated by what a header declares.
+// naming what was wrong (or none, where the damage is harmless: a layer 0 wide and 788 million
+// rows high), in well under a second: nothing is allocated by what a header declares.
 TEST(PsdMalformed, EveryDamagedDocumentGetsItsAnswers) {
   std::ifstream list(VORA_TEST_DATA "/psd/bad/expected.tsv");
   std::string file, reason;
@@ -166,11 +167,15 @@ TEST(PsdMalformed, EveryDamagedDocumentGetsItsAnswers) {
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(1)) << file;
     EXPECT_EQ(std::vector<int>({a.open, a.records, a.names, a.channels, a.composite}),
               std::vector<int>({1, want.records, want.names, want.channels, want.composite})) << file;
-    EXPECT_NE(a.error.find(reason == "-" ? "" : reason), std::string::npos) << file << ": " << a.error;
-    EXPECT_FALSE(a.error.empty()) << file;
+    if (reason == "none") {  // damage the reader may accept, as long as nothing is sized from it
+      EXPECT_TRUE(a.error.empty()) << file << ": " << a.error;
+    } else {
+      EXPECT_NE(a.error.find(reason == "-" ? "" : reason), std::string::npos) << file << ": " << a.error;
+      EXPECT_FALSE(a.error.empty()) << file;
+    }
     ++files;
   }
-  EXPECT_EQ(files, 11);
+  EXPECT_EQ(files, 12);
 }
 
 TEST(PsdMalformed, MemoryExhaustionRaisesNoMemoryWarning) {
