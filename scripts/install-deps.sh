@@ -8,6 +8,8 @@ PACKAGES=(
   build-essential cmake ninja-build pkg-config clang-14 libclang-rt-14-dev
   # libraries (ARCHITECTURE.md section 4)
   zlib1g-dev qt6-base-dev qt6-image-formats-plugins libcli11-dev libmuparser-dev
+  # the video compressors of AVI movies
+  libavcodec-dev libavutil-dev libswscale-dev
   # Tstring::matchesRegexp: linear-time matching, safe on very long names
   libre2-dev
   # tests and benchmarks

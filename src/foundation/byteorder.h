@@ -1,5 +1,5 @@
-// Foundation: byte order. Every number in native IFF, SGI and Photoshop files is
-// big-endian; these are the one place that says how to read and write it.
+// Foundation: byte order. Every number in native IFF, SGI and Photoshop files is big-endian, in
+// AVI (RIFF) files little-endian; these are the one place that says how to read and write them.
 #pragma once
 
 #include <cstdint>
@@ -21,6 +21,15 @@ inline uint32_t be32(const uint8_t* p) {
 inline void putBe16(uint8_t* p, uint32_t v) { p[0] = uint8_t(v >> 8), p[1] = uint8_t(v); }
 inline void putBe32(uint8_t* p, uint32_t v) {
   p[0] = uint8_t(v >> 24), p[1] = uint8_t(v >> 16), p[2] = uint8_t(v >> 8), p[3] = uint8_t(v);
+}
+
+inline uint16_t le16(const uint8_t* p) { return uint16_t(p[0] | (p[1] << 8)); }
+inline uint32_t le32(const uint8_t* p) {
+  return p[0] | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
+}
+inline uint64_t le64(const uint8_t* p) { return le32(p) | uint64_t(le32(p + 4)) << 32; }
+inline void setLe32(uint8_t* p, uint32_t v) {
+  p[0] = uint8_t(v), p[1] = uint8_t(v >> 8), p[2] = uint8_t(v >> 16), p[3] = uint8_t(v >> 24);
 }
 
 inline uint16_t swap16(uint16_t v) { return uint16_t((v >> 8) | (v << 8)); }

@@ -55,6 +55,9 @@ const Entry kCatalogue[] = {
     {"s_FLStrings.rError110", "image too large for the memory limit, or for what the file can hold"},
     {"s_FLStrings.rError111", "image conversion program missing, or output conversion failed"},
     {"s_FLStrings.rError112", "resampling filter program not found"},
+    // movies
+    {"s_TmovieStrings.rUnableToCreateStream", "unable to create the video stream"},
+    {"s_TmovieStrings.rUnableToCreateAudioStream", "unable to create the audio stream"},
     // Photoshop document warnings: (layer name, file base name), or (file base name) alone
     {"s_TpsdFileWarningStrings.rFileBitmapColorMode", "%s: bitmap colour mode is not supported"},
     {"s_TpsdFileWarningStrings.rFileGrayscaleColorMode", "%s: grayscale documents are read as their stored channel"},

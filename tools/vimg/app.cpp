@@ -81,6 +81,7 @@ int vimg::run(int argc, char** argv) {
   vimg::registerLut(app);
   vimg::registerPsd(app);
   vimg::registerResample(app);
+  vimg::registerMovie(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -1,4 +1,5 @@
-// vimg info: the header, fields, texts and (--chunks) chunk tree of native images.
+// vimg info: the header, fields, texts and (--chunks) chunk tree of native images; SGI images
+// and AVI movies by their headers.
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -7,6 +8,7 @@
 
 #include <vora/foundation/fl.h>
 #include <vora/ilib.h>
+#include <vora/movie.h>
 #include <vora/sgi.h>
 
 #include "commands.h"
@@ -146,6 +148,8 @@ struct Report {
   std::string error;
   int code = 0;
   SgiInfo sgi;
+  bool avi = false;
+  TaviFileInfo aviInfo;
   ILheader hdr{};
   uint32_t version = 0;
   float dpi = 0;
@@ -158,6 +162,12 @@ struct Report {
 Report inspect(const std::string& file, bool chunks) {  // chunks: walk the tree too
   Report rep;
   rep.file = file;
+  if (isAviFile(file)) {
+    Tstring why;
+    rep.avi = true;
+    if (!aviFileInfo(file, rep.aviInfo, why)) rep.error = why.str(), rep.code = -1;
+    return rep;
+  }
   if (isFileSgi(file.c_str())) {
     IMAGE* img = iopen(file.c_str(), "r", 0, 0, 0, 0, 0);
     if (!img) {
@@ -230,8 +240,22 @@ void printSgi(const Report& r) {
   if (SGI_STORAGE(&h) == 1) printf("  waste        %u bytes\n", h.wastebytes);
 }
 
+void printAvi(const Report& r) {
+  const TaviFileInfo& a = r.aviInfo;
+  printf("%s\n", r.file.c_str());
+  printf("  format       AVI movie, %u RIFF form%s, %llu chunks, index%s%s\n", a.forms, a.forms == 1 ? "" : "s",
+         (unsigned long long)a.chunks, a.oldIndex ? " idx1" : "", a.superIndex ? " indx" : "");
+  for (const TaviStreamInfo& s : a.streams) {
+    printf("  stream       %s '%s' \"%s\"\n", s.type.asChar(), s.handler.asChar(), s.name.asChar());
+    if (s.type == Tstring("vids"))
+      printf("    video      %u x %u, %u bits, codec %s\n", s.width, s.height, s.bitCount, s.codec.asChar());
+    printf("    frames     %llu at %u/%u a second\n", (unsigned long long)s.frames, s.rate, s.scale);
+  }
+}
+
 void printText(const Report& r, bool chunks, bool tiles) {
   if (!r.error.empty()) return;
+  if (r.avi) return printAvi(r);
   if (r.sgi.is) return printSgi(r);
   char type[64];
   printf("%s\n", r.file.c_str());
@@ -268,6 +292,17 @@ void addJson(Json& j, const Report& r, bool chunks, bool tiles) {
   j.beginObject().field("file", r.file);
   if (!r.error.empty()) {
     j.field("error", r.error).field("code", r.code).endObject();
+    return;
+  }
+  if (r.avi) {
+    const TaviFileInfo& a = r.aviInfo;
+    j.field("format", "avi").field("forms", a.forms).field("chunks", int64_t(a.chunks));
+    j.field("idx1", a.oldIndex).field("indx", a.superIndex).key("streams").beginArray();
+    for (const TaviStreamInfo& s : a.streams)
+      j.beginObject().field("type", s.type.str()).field("handler", s.handler.str()).field("name", s.name.str())
+          .field("codec", s.codec.str()).field("width", s.width).field("height", s.height).field("bits", s.bitCount)
+          .field("frames", int64_t(s.frames)).field("rate", s.rate).field("scale", s.scale).endObject();
+    j.endArray().endObject();
     return;
   }
   if (r.sgi.is) {
@@ -360,7 +395,7 @@ void run(const Options& o) {
 
 void registerInfo(CLI::App& app) {
   auto opt = std::make_shared<Options>();
-  CLI::App* cmd = app.add_subcommand("info", "describe images (native IFF, SGI): header, fields, chunks");
+  CLI::App* cmd = app.add_subcommand("info", "describe images (native IFF, SGI) and AVI movies: header, fields, chunks, streams");
   cmd->add_option("files", opt->files, "image files")->required();
   cmd->add_flag("--chunks", opt->chunks, "also list the chunk tree with offsets and sizes");
   cmd->add_flag("--tiles", opt->tiles, "also list the tile rectangles with their packed sizes");

@@ -37,6 +37,7 @@ void registerSeq(CLI::App& app);
 void registerLut(CLI::App& app);
 void registerPsd(CLI::App& app);
 void registerResample(CLI::App& app);
+void registerMovie(CLI::App& app);
 // vimg psd create, under the psd command.
 void registerPsdCreate(CLI::App& psd);
 

@@ -250,6 +250,15 @@ bool isNativeFile(const std::string& path) {
   return ext == "iff" || ext == "gz" || isFileIff(path.c_str());
 }
 
+bool isAviFile(const std::string& path) {
+  char h[12] = {};
+  FILE* f = fopen(path.c_str(), "rb");
+  if (!f) return false;
+  size_t n = fread(h, 1, sizeof h, f);
+  fclose(f);
+  return n == sizeof h && !memcmp(h, "RIFF", 4) && !memcmp(h + 8, "AVI ", 4);
+}
+
 bool readImage(const std::string& path, Image& img, std::string& error) {
   // Native images and anything Qt does not know go through ILopen (and its converter programs).
   if (isNativeFile(path)) return readNative(path, img, error);

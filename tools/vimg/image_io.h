@@ -26,6 +26,7 @@ struct WriteOptions {
 };
 
 bool isNativeFile(const std::string& path);
+bool isAviFile(const std::string& path);  // a RIFF "AVI " form
 bool readImage(const std::string& path, Image& img, std::string& error);
 bool writeImage(const std::string& path, const Image& img, const WriteOptions& opt,
                 std::string& error);
