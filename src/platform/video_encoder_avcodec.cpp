@@ -12,6 +12,7 @@ extern "C" {
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 
 #include "platform/avi_file.h"
 
@@ -104,6 +105,10 @@ void VideoEncoder::close() { s_.reset(); }
 bool VideoEncoder::open(uint32_t handler, int bitCount, int width, int height, unsigned rate, int keyFrameEvery,
                         int quality) {
   close();
+  // A refused format or size is an answer here, reported through the movie's own results; the
+  // encoders' notes on standard error would only confuse the caller's users.
+  static std::once_flag quiet;
+  std::call_once(quiet, [] { av_log_set_level(AV_LOG_FATAL); });
   const AVCodec* codec = nullptr;
   for (const Known& k : kKnown)
     if (fourCC(k.handler) == handler) codec = usable(k);
@@ -125,7 +130,8 @@ bool VideoEncoder::open(uint32_t handler, int bitCount, int width, int height, u
   c->global_quality = FF_QP2LAMBDA * (31 - std::clamp(quality, 0, 10000) * 30 / 10000);
   const bool fullRange = codec->id == AV_CODEC_ID_MJPEG;  // JPEG's YUV spans 0 .. 255
   if (fullRange) c->color_range = AVCOL_RANGE_JPEG;
-  c->thread_count = 0;  // as many as the encoder can use
+  // Slices on every core where the encoder can; frame threads would hold frames back.
+  c->thread_count = 0, c->thread_type = FF_THREAD_SLICE;
   if (avcodec_open2(c, codec, nullptr) < 0) return false;
   s->frame->format = to, s->frame->width = width, s->frame->height = height;
   if (av_frame_get_buffer(s->frame, 0) < 0) return false;
