@@ -208,7 +208,10 @@ bool TaviMovie::writeFrame(unsigned char* pixels) {
   if (!trackOpen_ || !pixels) return false;
   const unsigned bits = bitCount();
   const uint8_t* frame = pixels;
-  if (!buffer_.empty()) {
+  // A compressor given 24-bit frames reads the 32-bit pixels itself: the same picture, one copy
+  // fewer.
+  const bool direct = encoder_ && bits == 24;
+  if (!buffer_.empty() && !direct) {
     if (!convert(pixels)) return false;
     frame = buffer_.data();
   }
@@ -218,7 +221,8 @@ bool TaviMovie::writeFrame(unsigned char* pixels) {
     ok = file_->writeSample(frame, size, true, false);
   } else {
     bool key = false;
-    ok = encoder_->encode(frame, size / height_, bits == 8 ? format_.data() + 40 : nullptr, packet_, key) &&
+    ok = encoder_->encode(frame, direct ? size_t(width_) * 4 : size / height_, bits == 8 ? format_.data() + 40 : nullptr,
+                          packet_, key, direct) &&
          file_->writeSample(packet_.data(), packet_.size(), key, true);
   }
   if (!ok) return false;

@@ -94,9 +94,11 @@ class VideoEncoder {
   bool open(uint32_t handler, int bitCount, int width, int height, unsigned rate, int keyFrameEvery,
             int quality);
   // One frame in its bitmap layout (rows bottom first, `stride` bytes apart; at 8 bits indexes
-  // into `palette`, 256 entries blue, green, red, 0). The compressed bytes go to `out`.
+  // into `palette`, 256 entries blue, green, red, 0). With bgra, the frame is given as 32-bit
+  // pixels instead, alpha unused: the same picture without a copy at the bitmap's bit count.
+  // The compressed bytes go to `out`.
   bool encode(const uint8_t* frame, size_t stride, const uint8_t* palette, std::vector<uint8_t>& out,
-              bool& key);
+              bool& key, bool bgra = false);
   // What the decoder needs besides the frames (Huffyuv's tables), to follow the bitmap header
   // in the stream's format; empty for most compressors.
   std::vector<uint8_t> extraData() const;

@@ -14,6 +14,7 @@ extern "C" {
 #include <cstring>
 #include <mutex>
 
+#include "foundation/parallel.h"
 #include "platform/avi_file.h"
 
 namespace vora::platform {
@@ -72,6 +73,35 @@ AVPixelFormat encoderFormat(const AVCodec* c, int bitCount) {
   return best;
 }
 
+// Full range where the encoder wants it, told to the scaler before it is set up.
+SwsContext* scaler(int width, int height, AVPixelFormat from, AVPixelFormat to, bool fullRange) {
+  SwsContext* sws = sws_alloc_context();
+  if (!sws) return nullptr;
+  av_opt_set_int(sws, "srcw", width, 0), av_opt_set_int(sws, "srch", height, 0);
+  av_opt_set_int(sws, "dstw", width, 0), av_opt_set_int(sws, "dsth", height, 0);
+  av_opt_set_int(sws, "src_format", from, 0), av_opt_set_int(sws, "dst_format", to, 0);
+  av_opt_set_int(sws, "src_range", 1, 0), av_opt_set_int(sws, "dst_range", fullRange ? 1 : 0, 0);
+  av_opt_set_int(sws, "sws_flags", SWS_BICUBIC, 0);
+  if (sws_init_context(sws, nullptr, nullptr) < 0) sws_freeContext(sws), sws = nullptr;
+  return sws;
+}
+
+// The conversion in bands of rows, one a core, each with its own scaler (no scaling happens, so
+// bands are independent; even heights keep 4:2:0 chroma rows whole).
+struct Band {
+  int y0, y1;
+  SwsContext* sws;
+};
+bool makeBands(int width, int height, AVPixelFormat from, AVPixelFormat to, bool fullRange, std::vector<Band>& out) {
+  const int n = int(std::min<unsigned>(vora::threadCount(0), unsigned(std::max(1, height / 64))));
+  const int step = ((height + n - 1) / n + 1) & ~1;
+  for (int y = 0; y < height; y += step) {
+    out.push_back({y, std::min(height, y + step), scaler(width, std::min(height, y + step) - y, from, to, fullRange)});
+    if (!out.back().sws) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 bool videoCompressorInfo(int index, VideoCompressorInfo& info) {
@@ -87,11 +117,13 @@ struct VideoEncoder::State {
   AVCodecContext* ctx = nullptr;
   AVFrame* frame = nullptr;
   AVPacket* packet = nullptr;
-  SwsContext* sws = nullptr;
+  std::vector<Band> bands, bgraBands;  // the latter made at the first frame given as 32-bit pixels
   AVPixelFormat from = AV_PIX_FMT_NONE;
+  bool fullRange = false;
   int64_t pts = 0;
   ~State() {
-    sws_freeContext(sws);
+    for (auto* b : {&bands, &bgraBands})
+      for (Band& band : *b) sws_freeContext(band.sws);
     av_packet_free(&packet);
     av_frame_free(&frame);
     avcodec_free_context(&ctx);
@@ -136,16 +168,9 @@ bool VideoEncoder::open(uint32_t handler, int bitCount, int width, int height, u
   s->frame->format = to, s->frame->width = width, s->frame->height = height;
   if (av_frame_get_buffer(s->frame, 0) < 0) return false;
   if (to != s->from) {
-    // Full range where the encoder wants it, told to the scaler before it is set up.
-    s->sws = sws_alloc_context();
-    if (!s->sws) return false;
-    av_opt_set_int(s->sws, "srcw", width, 0), av_opt_set_int(s->sws, "srch", height, 0);
-    av_opt_set_int(s->sws, "dstw", width, 0), av_opt_set_int(s->sws, "dsth", height, 0);
-    av_opt_set_int(s->sws, "src_format", s->from, 0), av_opt_set_int(s->sws, "dst_format", to, 0);
-    av_opt_set_int(s->sws, "src_range", 1, 0), av_opt_set_int(s->sws, "dst_range", fullRange ? 1 : 0, 0);
-    av_opt_set_int(s->sws, "sws_flags", SWS_BICUBIC, 0);
-    if (sws_init_context(s->sws, nullptr, nullptr) < 0) return false;
+    if (!makeBands(width, height, s->from, to, fullRange, s->bands)) return false;
   }
+  s->fullRange = fullRange;
   s_ = std::move(s);
   return true;
 }
@@ -156,17 +181,27 @@ std::vector<uint8_t> VideoEncoder::extraData() const {
 }
 
 bool VideoEncoder::encode(const uint8_t* frame, size_t stride, const uint8_t* palette, std::vector<uint8_t>& out,
-                          bool& key) {
+                          bool& key, bool bgra) {
   out.clear(), key = false;
   if (!s_ || av_frame_make_writable(s_->frame) < 0) return false;
   AVFrame* f = s_->frame;
   const int w = s_->ctx->width, h = s_->ctx->height;
   // Bitmaps stand bottom row first; encoders take the top row first.
   const uint8_t* top = frame + size_t(h - 1) * stride;
-  if (s_->sws) {
-    const uint8_t* src[4] = {top, nullptr, nullptr, nullptr};
-    const int strides[4] = {-int(stride), 0, 0, 0};
-    sws_scale(s_->sws, src, strides, 0, h, f->data, f->linesize);
+  if (bgra && s_->bgraBands.empty() &&
+      !makeBands(w, h, AV_PIX_FMT_BGRA, AVPixelFormat(f->format), s_->fullRange, s_->bgraBands))
+    return false;
+  if (const std::vector<Band>& bands = bgra ? s_->bgraBands : s_->bands; !bands.empty()) {
+    const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(AVPixelFormat(f->format));
+    vora::parallelEach(bands.size(), 0, [&](size_t i) {
+      const Band& b = bands[i];
+      const uint8_t* src[4] = {top - size_t(b.y0) * stride, nullptr, nullptr, nullptr};
+      const int strides[4] = {-int(stride), 0, 0, 0};
+      uint8_t* dst[4] = {};
+      for (int p = 0; p < 4 && f->data[p]; ++p)
+        dst[p] = f->data[p] + size_t(p == 1 || p == 2 ? b.y0 >> d->log2_chroma_h : b.y0) * f->linesize[p];
+      sws_scale(b.sws, src, strides, 0, b.y1 - b.y0, dst, f->linesize);
+    });
   } else {
     const size_t rowBytes = size_t(av_image_get_linesize(AVPixelFormat(f->format), w, 0));
     const bool swap = f->format == AV_PIX_FMT_RGB24;  // BGR samples, in the order the encoder wants
