@@ -46,6 +46,8 @@ run: build
 	  cp tests/data/iff/rgb8_40x30_rle.iff $(BUILD)/frames/shot.000$$f.iff; done
 	$(BUILD)/vimg seq $(BUILD)/frames
 	$(BUILD)/vimg seq frame $(BUILD)/frames/shot.0001.iff 42
+	$(BUILD)/vimg movie $(BUILD)/shot.avi '$(BUILD)/frames/shot.####.iff' --fps 24 --compressor mjpeg --quality 90
+	$(BUILD)/vimg info $(BUILD)/shot.avi
 
 test: build
 	cd $(BUILD) && ctest -j $(JOBS) --output-on-failure
