@@ -57,6 +57,7 @@ struct Reader {
   }
 
   bool streamList(uint64_t from, uint64_t end) {
+    if (info.streams.size() == 100) return fail("more than 100 stream lists");
     TaviStreamInfo s;
     bool ok = chunks(from, end, "its stream list", [&](const uint8_t* h, uint64_t at, uint64_t n) {
       std::vector<uint8_t> b = data(at, n, 4096);
@@ -106,10 +107,13 @@ struct Reader {
     });
   }
 
-  bool movi(uint64_t from, uint64_t end) {
+  // 'rec ' lists group a moment's chunks; they are not nested in files, so deeper ones are
+  // passed over rather than followed (a file of nested lists must not exhaust the stack).
+  bool movi(uint64_t from, uint64_t end, int depth = 0) {
     return chunks(from, end, "its movi list", [&](const uint8_t* h, uint64_t at, uint64_t n) {
       uint8_t type[4];
-      if (!memcmp(h, "LIST", 4) && n >= 4 && read(at, type, 4) && !memcmp(type, "rec ", 4)) return movi(at + 4, at + n);
+      if (!memcmp(h, "LIST", 4) && n >= 4 && depth < 2 && read(at, type, 4) && !memcmp(type, "rec ", 4))
+        return movi(at + 4, at + n, depth + 1);
       if (isdigit(h[0]) && isdigit(h[1])) ++info.chunks;
       return true;
     });
