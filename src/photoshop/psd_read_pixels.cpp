@@ -2,6 +2,7 @@
 // data, kept compressed in the pixel data (decoded on demand).
 #include <string>
 
+#include <vora/foundation/fl.h>
 #include <vora/photoshop.h>
 
 #include "foundation/byteorder.h"
@@ -12,15 +13,16 @@ namespace ktPhotoshop {
 
 namespace {
 
-// Refuses, before any sample buffer exists, stored bytes that cannot hold their samples: raw needs
-// them all; a PackBits packet of 2 bytes gives at most 128; deflate expands at most 1032 times.
-// Real files pass whatever their content; a tiny file declaring a huge image does not.
+// Refuses, before any sample buffer exists, stored bytes that cannot hold their samples (the
+// library's one size check, FLdecodeok): raw needs them all; a PackBits packet of 2 bytes gives at
+// most 128; deflate expands at most 1032 times. Real files pass whatever their content; a tiny
+// file declaring a huge image does not. Over the allocation limit it is a memory failure instead.
 // Returns the channel's sample bytes.
 uint64_t checkChannelSize(PsdStream& in, uint64_t width, uint64_t height, uint32_t bytesPerSample, uint64_t stored,
                           TCompressionMethod method, const std::string& what) {
   const uint64_t samples = width * height, bytes = samples * bytesPerSample;
-  uint64_t most = method == RAW ? stored : method == RLE ? stored * 64 + 128 : stored * 1032 + 1024;
-  if (samples > UINT32_MAX || bytes > most)
+  const uint32_t ratio = method == RAW ? 1 : method == RLE ? 64 : 1032;
+  if (samples > UINT32_MAX || (FLallocok(bytes) && !FLdecodeok(bytes, int64_t(stored), ratio)))
     throw PsdReadError(what + ": " + std::to_string(width) + " x " + std::to_string(height) +
                        " samples cannot come from " + std::to_string(stored) + " stored bytes (offset " +
                        std::to_string(in.tell()) + ")");
@@ -105,9 +107,9 @@ int TpsdFile::readAllChannelData() {
     // backed by no bytes, so the document's samples are held to what deflate could make of the
     // whole file: many empty layers with huge rectangles cannot add up to gigabytes.
     uint64_t total = 0;
-    const uint64_t budget = in.size() * 1032 + (1u << 20);
     auto admit = [&](uint64_t bytes, const std::string& what) {
-      if ((total += bytes) > budget)
+      total += bytes;
+      if (!FLdecodeok(total, int64_t(in.size()), 1032))
         throw PsdReadError(what + ": the layers' samples (" + std::to_string(total) +
                            " bytes so far) cannot come from a file of " + std::to_string(in.size()) + " bytes");
     };
