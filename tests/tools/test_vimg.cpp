@@ -244,6 +244,8 @@ TEST(VimgMalformed, OneLineNamingTheFileAndWhatWasWrong) {
   // Damaged pixel data: where the reading stopped.
   EXPECT_EQ(vimg("convert " + kData + "/iff/bad/rle-runs-past-their-tile.iff " + d.path("o.png"), &out), 1);
   EXPECT_NE(out.find("packed data overruns its tile, reading stopped at offset 96 (error 23)"), std::string::npos) << out;
+  EXPECT_EQ(vimg("info " + kData + "/iff/bad/no-tbhd.iff", &out), 1);  // damage found in the header
+  EXPECT_NE(out.find("no image header before the end of the image, reading stopped at offset 36"), std::string::npos) << out;
   // A layer of 57 channels after a good one: described as far as it was read, then the failure.
   vt::psd::Document doc;
   doc.layers.resize(2);

@@ -184,7 +184,7 @@ Report inspect(const std::string& file, bool chunks) {  // chunks: walk the tree
   const ILheader* hdr = img ? ILgetheader(img) : nullptr;
   if (!hdr) {
     rep.code = flerrno;
-    rep.error = FLstrerror(rep.code);
+    rep.error = FLstrerror(rep.code) + stoppedAt(img);
     if (rep.code == FL_EOPEN) rep.error += std::string(": ") + strerror(FLoserror());
     if (rep.code == IL_ENOCONVERTER || rep.code == IL_ECONVERT)
       rep.error = "not a native image, and no conversion program turned it into one (set ILICVT "

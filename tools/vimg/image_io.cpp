@@ -27,17 +27,14 @@ std::string lowerExtension(const std::string& path) {
 // The code's text; for damaged data read through a handle, also where the reading stopped.
 std::string ilError(const std::string& path, ILimage* handle = nullptr) {
   const int code = flerrno;
-  std::string s = path + ": " + FLstrerror(code);
-  int64_t at = handle && (code == FL_EOVERRUN || code == IL_EDAMAGED || code == IL_ERECT) ? FLtell(handle) : -1;
-  if (at >= 0) s += ", reading stopped at offset " + std::to_string(at);
-  return s + " (error " + std::to_string(code) + ")";
+  return path + ": " + FLstrerror(code) + stoppedAt(handle) + " (error " + std::to_string(code) + ")";
 }
 
 bool readNative(const std::string& path, Image& img, std::string& error) {
   ILimage* in = ILopen(path.c_str(), "r");
   const ILheader* h = in ? ILgetheader(in) : nullptr;
   if (!h) {
-    error = ilError(path);
+    error = ilError(path, in);
     if (in) ILclose(in);
     return false;
   }
@@ -244,6 +241,14 @@ bool isSgiExtension(const std::string& ext) {
 }
 
 }  // namespace
+
+std::string stoppedAt(FLfile* handle) {
+  const int code = flerrno;
+  const bool damage = code == FL_EOVERRUN || code == IL_EDAMAGED || code == IL_ERECT || code == IL_ENOHEADER ||
+                      code == IL_EHEADER;
+  const int64_t at = handle && damage ? FLtell(handle) : -1;
+  return at >= 0 ? ", reading stopped at offset " + std::to_string(at) : std::string();
+}
 
 bool isNativeFile(const std::string& path) {
   std::string ext = lowerExtension(path);

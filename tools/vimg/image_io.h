@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+struct FLfile;
+
 namespace vimg {
 
 // The library's layout: bottom line first, elements blue, green, red, alpha of 1 or 2 bytes.
@@ -26,6 +28,8 @@ struct WriteOptions {
 };
 
 bool isNativeFile(const std::string& path);
+// ", reading stopped at offset N" when flerrno says the data of the handle's file is damaged; "".
+std::string stoppedAt(FLfile* handle);  // an ILimage
 bool isAviFile(const std::string& path);  // a RIFF "AVI " form
 bool readImage(const std::string& path, Image& img, std::string& error);
 bool writeImage(const std::string& path, const Image& img, const WriteOptions& opt,
