@@ -19,7 +19,6 @@ class VideoEncoder;
 struct TaviCompressOptions {
   uint32_t type = 0, handler = 0;  // four-character codes as the bytes stand ("vids", "DIB ")
   uint32_t keyFrameEvery = 0, quality = 0, bytesPerSecond = 0, flags = 0;
-  std::vector<uint8_t> format;  // a frame format chosen for the track ahead, or empty
 };
 
 // Calling order: create, setCompression, createVideoTrack, writeFrame once per frame, closeTrack,

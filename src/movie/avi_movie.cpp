@@ -118,7 +118,6 @@ unsigned TaviMovie::createVideoTrack(unsigned width, unsigned height) {
   }
   const uint32_t handler = options_.handler ? options_.handler : kDib;
   auto accepts = [&](const std::vector<uint8_t>& format) {
-    if (format.size() < 40) return false;
     unsigned bits = format[14];
     if (handler == kDib) return bits == 32 || bits == 24 || bits == 16 || bits == 8;
     auto e = std::make_unique<VideoEncoder>();
@@ -127,24 +126,17 @@ unsigned TaviMovie::createVideoTrack(unsigned width, unsigned height) {
     encoder_ = std::move(e);
     return true;
   };
+  // Without an options dialog no format is ever chosen ahead: the walk over bit counts decides.
+  // Only Microsoft Video 1 is offered 32-bit frames (kept: other compressors were never asked).
   std::vector<uint8_t> accepted;
-  if (!options_.format.empty()) {  // a format chosen ahead
-    if (!accepts(options_.format)) {
-      setError("s_TmovieStrings.rUnableToCreateStream");
-      return 0xFFFFFFFF;
-    }
-    accepted = options_.format;
-  } else {
-    // Only Microsoft Video 1 is offered 32-bit frames (kept: other compressors were never asked).
-    size_t first = handler == kMsvc ? 0 : 1;
-    for (size_t i = 0; i < 4; ++i)
-      if (firstBitCount_ == kBitCounts[i]) first = i;
-    for (size_t i = first; i < 4 && accepted.empty(); ++i) {
-      std::vector<uint8_t> f = frameFormatFor(kBitCounts[i], width, height);
-      if (accepts(f)) accepted = f;
-    }
-    if (accepted.empty()) return 0xFFFFFFFF;
+  size_t first = handler == kMsvc ? 0 : 1;
+  for (size_t i = 0; i < 4; ++i)
+    if (firstBitCount_ == kBitCounts[i]) first = i;
+  for (size_t i = first; i < 4 && accepted.empty(); ++i) {
+    std::vector<uint8_t> f = frameFormatFor(kBitCounts[i], width, height);
+    if (accepts(f)) accepted = f;
   }
+  if (accepted.empty()) return 0xFFFFFFFF;
   // The file's format says what the samples are: the compressor's code for compressed streams.
   std::vector<uint8_t> stored = accepted;
   if (handler != kDib) {

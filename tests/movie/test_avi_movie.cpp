@@ -139,7 +139,9 @@ TEST(AviMovie, PeersReadEveryCompressorAndBitCount) {
       size_t frameBytes = all.size() / c.frames;  // pal8 frames carry their palette after the indexes
       ASSERT_GE(frameBytes, want.size());
       EXPECT_TRUE(std::equal(want.begin(), want.end(), all.begin() + long((c.frames - 1) * frameBytes)));
-      if (c.wantBits == 8) EXPECT_EQ(all[(c.frames - 1) * frameBytes + size_t(c.h - 1) * c.w + 1], 183);
+      if (c.wantBits == 8) {
+        EXPECT_EQ(all[(c.frames - 1) * frameBytes + size_t(c.h - 1) * c.w + 1], 183);
+      }
     } else {
       Bytes rgb = decoded(path, "bgr24");
       Bytes want = expected(last, c.w, c.h, 24);
@@ -265,7 +267,9 @@ TEST(AviMalformed, DamagedFilesAreRefusedWithAReason) {
     vt::writeFile(bad, b);
     TaviFileInfo info;
     Tstring why;
-    if (!aviFileInfo(bad, info, why)) EXPECT_FALSE(why.isEmpty()) << round;
+    if (!aviFileInfo(bad, info, why)) {
+      EXPECT_FALSE(why.isEmpty()) << round;
+    }
   }
 }
 
