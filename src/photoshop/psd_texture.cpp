@@ -111,7 +111,7 @@ int TpsdTextureFile::allPsdFileWarnings(TstringArray& out) {
 }
 
 bool TpsdTextureFile::isWarningSet(TpsdTextureFileWarning w) {
-  const uint32_t bit = w == kEmptyLayerSetWarning ? TpsdFileWarning::rFileEmptyLayerSet : 0;
+  const uint32_t bit = w == kEmptyLayerSetWarning ? uint32_t(TpsdFileWarning::rFileEmptyLayerSet) : 0u;
   return (TpsdFileWarning::instance().allBits() & bit) != 0;
 }
 

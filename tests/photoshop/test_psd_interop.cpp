@@ -4,6 +4,7 @@
 #include <vora/photoshop.h>
 
 #include <fstream>
+#include <filesystem>
 #include <map>
 #include <sstream>
 
@@ -181,11 +182,21 @@ TEST(PsdInterop, VimgPsdInfoAndExtract) {
   for (const auto& row : table("layers.tsv"))
     if (row[0] == "agpsd_layers_zip.psd" && row[15] != "-") refs[row[2]] = row[15];
   ASSERT_EQ(refs.size(), 7u);
+  // Every layer in one run (NN_NAME.png, the folder made), and one by name.
+  ASSERT_EQ(vt::vimg("psd extract " + kDir + "agpsd_layers_zip.psd --all " + dir.path("all/layers"), &out), 0) << out;
+  std::map<std::string, std::string> files;  // NAME -> file
+  for (const auto& e : std::filesystem::directory_iterator(dir.path("all/layers")))
+    files[e.path().stem().string().substr(3)] = e.path().string();
   for (const auto& [name, sha] : refs) {
-    ASSERT_EQ(vt::vimg("psd extract " + kDir + "agpsd_layers_zip.psd --layer '" + name + "' " + dir.path("l.png"), &out), 0) << out;
-    ASSERT_EQ(vt::run(peer + dir.path("l.png") + " " + dir.path("l.raw") + " --unassociated", &out), 0);
+    std::string stem = name;
+    for (char& ch : stem)
+      if (!isalnum(static_cast<unsigned char>(ch)) && ch != '-' && ch != '_') ch = '_';
+    ASSERT_TRUE(files.count(stem)) << name;
+    ASSERT_EQ(vt::run(peer + files[stem] + " " + dir.path("l.raw") + " --unassociated", &out), 0);
     EXPECT_EQ(vt::sha256(vt::readFile(dir.path("l.raw"))), sha) << name;
   }
+  ASSERT_EQ(vt::vimg("psd extract " + kDir + "agpsd_layers_zip.psd --layer masked " + dir.path("l.png"), &out), 0) << out;
+  EXPECT_EQ(vt::readFile(dir.path("l.png")), vt::readFile(files["masked"]));
   ASSERT_EQ(vt::vimg("psd extract " + doc + " --composite " + dir.path("c.png"), &out), 0) << out;
   ASSERT_EQ(vt::run(peer + dir.path("c.png") + " " + dir.path("c.raw"), &out), 0);
   EXPECT_EQ(out, "32 24 3 8\n");

@@ -1,6 +1,7 @@
 // vimg psd: Photoshop documents: describe a document's structure, extract a
 // layer's or the composite's pixels to an image file.
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include <vora/photoshop.h>
@@ -290,15 +291,18 @@ void extractAll(const Options& o) {
   const bool grey = doc->colorMode() == 1;
   WriteOptions w;
   w.bits = o.bits;
+  std::error_code ec;
+  std::filesystem::create_directories(o.out, ec);  // the folder is made when it is not there
+  if (ec) return fail(o.out + ": cannot be made: " + ec.message());
   for (size_t i = 0; i < doc->layers().size(); ++i) {
     TpsdLayer& l = *doc->layers()[i];
     if (l.width() == 0 || l.height() == 0) continue;
     std::string name = l.name.str();
     for (char& ch : name)
       if (!isalnum(static_cast<unsigned char>(ch)) && ch != '-' && ch != '_') ch = '_';
-    char prefix[16];
-    snprintf(prefix, sizeof prefix, "%02zu_", i);
-    std::string error, out = o.out + "/" + prefix + name + ".png";
+    std::string number = std::to_string(i);
+    if (number.size() < 2) number.insert(0, "0");
+    std::string error, out = o.out + "/" + number + "_" + name + ".png";
     if (!writeImage(out, toImage(l.pixels, l.width(), l.height(), grey), w, error)) return fail(error);
     printf("%s\n", out.c_str());
   }
