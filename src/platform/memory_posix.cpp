@@ -1,6 +1,7 @@
 // Large buffers in mappings of their own, in 2 MiB pages where the kernel offers them: a fresh
 // buffer then costs one fault per 2 MiB instead of one per 4 KiB.
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -50,5 +51,21 @@ void releaseLarge(void* p, size_t bytes) {
   if (bytes < kThreshold) free(p);
   else munmap(p, rounded(bytes));
 }
+
+}  // namespace vora::platform
+
+namespace vora::platform {
+
+uint32_t pageSize() {
+  long n = sysconf(_SC_PAGESIZE);
+  return n > 0 ? uint32_t(n) : 4096u;
+}
+
+void* reservePages(size_t bytes) {
+  void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return p == MAP_FAILED ? nullptr : p;
+}
+
+bool releasePages(void* p, size_t bytes) { return munmap(p, bytes) == 0; }
 
 }  // namespace vora::platform

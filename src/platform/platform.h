@@ -44,6 +44,11 @@ void unmapFile(const uint8_t* data, int64_t size);
 // (small sizes come from the heap). Null when it cannot be had; release with the same size.
 void* allocateLarge(size_t bytes);
 void releaseLarge(void* p, size_t bytes);
+// Virtual memory: the page size, and whole pages reserved and committed read-write (null with
+// errno on failure), released whole with the size they were reserved with.
+uint32_t pageSize();
+void* reservePages(size_t bytes);
+bool releasePages(void* p, size_t bytes);
 int64_t fileSize(int fd);                     // -1 when not a regular file
 bool seekTo(int fd, int64_t pos);
 bool writeAt(int fd, const void* data, size_t n, int64_t pos);

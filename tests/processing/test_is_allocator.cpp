@@ -1,0 +1,114 @@
+// The large-block allocator (threshold, whole pages, the heap when asked) and the cached image's
+// statistics, printed exactly.
+#include <gtest/gtest.h>
+#include <vora/allocator.h>
+#include <vora/foundation/pixelmap.h>
+
+#include <cstring>
+#include <fstream>
+#include <string>
+
+namespace {
+
+// The mapping of /proc/self/maps that starts at p, or "".
+std::string mappingAt(const void* p) {
+  std::ifstream maps("/proc/self/maps");
+  char start[32];
+  snprintf(start, sizeof start, "%lx-", (unsigned long)p);
+  for (std::string line; std::getline(maps, line);)
+    if (line.rfind(start, 0) == 0) return line;
+  return "";
+}
+
+}  // namespace
+
+TEST(IsAllocator, ThresholdPagesAndTheHeap) {
+  ASSERT_EQ(TisAllocator::init(nullptr), 0);
+  const uint32_t page = TisAllocator::fsPageSize;
+  ASSERT_GE(page, 4096u);
+  TisAllocator a;
+  struct Case {
+    uint32_t size, rounded;
+    bool mapped;
+  } cases[] = {{31743, 31743, false}, {31744, (31744 + page - 1) / page * page, true}, {100u << 20, 100u << 20, true}};
+  for (const Case& c : cases) {
+    TisBlock b;
+    b.size = c.size;
+    a.allocate(b);
+    ASSERT_NE(b.address, nullptr) << c.size;
+    EXPECT_EQ(b.size, c.rounded) << c.size;
+    memset(b.address, 0xAB, b.size);
+    std::string m = mappingAt(b.address);
+    EXPECT_EQ(!m.empty(), c.mapped) << c.size << ": " << m;
+    if (c.mapped) {
+      EXPECT_EQ(reinterpret_cast<uintptr_t>(b.address) % page, 0u);
+      unsigned long lo = 0, hi = 0;
+      sscanf(m.c_str(), "%lx-%lx", &lo, &hi);
+      EXPECT_GE(hi - lo, b.size);  // whole pages, read-write
+      EXPECT_NE(m.find(" rw"), std::string::npos) << m;
+    }
+    a.deallocate(b);
+    if (c.mapped) {
+      EXPECT_EQ(mappingAt(b.address), "");
+    }
+  }
+  TisAllocator::fsUseMalloc = true;  // as VORA_USE_MALLOC set at load does
+  TisBlock big;
+  big.size = 100u << 20;
+  a.allocate(big);
+  EXPECT_EQ(big.size, 100u << 20);
+  EXPECT_NE(big.address, nullptr);
+  a.deallocate(big);
+  TisAllocator::fsUseMalloc = false;
+}
+
+TEST(CachedImage, StatisticsPrintedAsTheyWere) {
+  TcachedImageBase c;
+  c.width = 4096, c.height = 2160, c.chunkSize = 64, c.elementsPerChunk = 64 * 64, c.chunks = 2176;
+  c.cacheEntries = 512, c.tempFileName = "/tmp/cache.0001", c.accesses = 1000, c.misses = 250;
+  testing::internal::CaptureStderr();
+  c.printCacheStats(1 << 20);  // 4096 x 2176 x 2^20 wraps in 32 bits: 0 MB
+  c.printAccessStats();
+  TcachedImageBase::printError("one", " two");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "\nCreated cached image:\n"
+            "    Using temp file /tmp/cache.0001\n"
+            "       Resolution = 4096 x 2160\n"
+            "         # chunks = 2176\n"
+            "       chunk size = 64x64\n"
+            "  # cache entries = 512\n"
+            "  full image size = 0.000000 MB \n"
+            "    pct in memory = 23.529412%\n"
+            "\n"
+            "\nDestroying TcachedImage.....\n"
+            "   Cache Accesses = 1000\n"
+            "     Cache Misses = 250\n"
+            "          Hit pct = 75.000000%\n"
+            "\n"
+            "one two\n");
+}
+
+TEST(PixelMap, BorrowedPixelsZoomSwitchAndFlip) {
+  std::vector<Tpixel32> mine(6 * 4);
+  for (size_t i = 0; i < mine.size(); ++i) mine[i] = {uint8_t(i), uint8_t(100 + i), uint8_t(200 + i), 255};
+  TpixelMap m;
+  m.setPixelPtr(mine.data(), TportRect{0, 0, 6, 4});
+  EXPECT_TRUE(m.borrowed());
+  m.rgbaSwitch();  // in the caller's memory
+  EXPECT_EQ(mine[5], (Tpixel32{205, 105, 5, 255}));
+  m.flipVertical();
+  EXPECT_EQ(mine[0].r, 18);  // the top row came down
+  TpixelMap copy = m;
+  EXPECT_FALSE(copy.borrowed());
+  ASSERT_TRUE(copy.zoom(TportRect{0, 0, 3, 2}));
+  EXPECT_EQ(copy.width() * 10 + copy.height(), 32u);
+  EXPECT_EQ(m.width(), 6u);  // the borrowed map is untouched
+  TpixelMap flat;
+  ASSERT_TRUE(flat.create(9, 7));
+  for (unsigned y = 0; y < 7; ++y)
+    for (unsigned x = 0; x < 9; ++x) flat.setPixel(x, y, {10, 20, 30, 40});
+  ASSERT_TRUE(flat.zoom(TportRect{0, 0, 20, 3}));  // a flat picture stays flat either way
+  EXPECT_EQ(flat.pixel(19, 2), (Tpixel32{10, 20, 30, 40}));
+  EXPECT_FALSE(flat.zoom(TportRect{5, 0, 5, 3}));
+  EXPECT_FALSE(flat.create(40000, 1));
+}
