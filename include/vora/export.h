@@ -1,4 +1,4 @@
-/* Export macro of libvoraimage: every public function and class carries VORA_API. */
+/* Export macros: every public function and class of libvoraimage carries VORA_API. */
 #ifndef VORA_EXPORT_H
 #define VORA_EXPORT_H
 
@@ -10,6 +10,17 @@
 #  endif
 #else
 #  define VORA_API __attribute__((visibility("default")))
+#endif
+
+/* The same for libvoraimage_hdr, the HDR readers built beside the library. */
+#if defined(_WIN32)
+#  if defined(VORA_BUILDING_HDR)
+#    define VORA_HDR_API __declspec(dllexport)
+#  else
+#    define VORA_HDR_API __declspec(dllimport)
+#  endif
+#else
+#  define VORA_HDR_API __attribute__((visibility("default")))
 #endif
 
 #endif

@@ -245,7 +245,9 @@ TEST(IlZoom, ReadHandlesDeliverResampledLines) {
   // 8 bits, and the same file delivered at 16 bits (each byte b read as b * 257)
   for (int bytes : {1, 2}) {
     im = ILopen(file.c_str(), "r");
-    if (bytes == 2) ASSERT_EQ(ILsetbpp(im, 2), 0);
+    if (bytes == 2) {
+      ASSERT_EQ(ILsetbpp(im, 2), 0);
+    }
     ASSERT_EQ(ILsetsize(im, 31, 20), 0);
     int w, h;
     ASSERT_EQ(ILgetsize(im, &w, &h), 0);

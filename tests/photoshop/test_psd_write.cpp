@@ -13,7 +13,7 @@ using vt::Bytes;
 
 namespace {
 
-struct Spec {
+struct LayerSpec {
   const char* name;
   int32_t x, y;
   uint32_t w, h;
@@ -21,7 +21,7 @@ struct Spec {
   uint8_t opacity, flags;
   bool mask;
 };
-const Spec kLayers[] = {{"Background", 0, 0, 30, 20, "norm", 255, 0, false},
+const LayerSpec kLayers[] = {{"Background", 0, 0, 30, 20, "norm", 255, 0, false},
                         {"masked", 3, 2, 10, 8, "norm", 255, 0, true},
                         {"multiply", 12, 6, 14, 10, "mul ", 160, 0, false},
                         {"hidden", -4, 15, 9, 9, "scrn", 255, 2, false}};
@@ -29,7 +29,7 @@ const Spec kLayers[] = {{"Background", 0, 0, 30, 20, "norm", 255, 0, false},
 uint32_t keyOf(const char* k) { return uint32_t(k[0]) << 24 | uint32_t(k[1]) << 16 | uint32_t(k[2]) << 8 | uint32_t(k[3]); }
 
 // Channels 0-2 (0 alone for grey) and -1 of a pattern, and a user mask when asked.
-TpixelData16 pixels(const Spec& s, TdataFormat f, bool grey, int seed) {
+TpixelData16 pixels(const LayerSpec& s, TdataFormat f, bool grey, int seed) {
   TpixelData16 p(f);
   const uint32_t M = f == k16Bits ? 65535 : 255;
   std::vector<PHOTOSHOP_CHANNEL> ids = grey ? std::vector<PHOTOSHOP_CHANNEL>{RED, TRANSPARENCY}
@@ -50,7 +50,7 @@ std::string build(const std::string& path, TdataFormat f, bool grey, TCompressio
   unsigned short w = 30, h = 20;
   if (doc.create(path.c_str(), w, h) != 0) return doc.lastReadError().str();
   int seed = 0;
-  for (const Spec& s : kLayers) {
+  for (const LayerSpec& s : kLayers) {
     TpsdLayer& l = doc.addLayer(s.name, s.x, s.y, pixels(s, f, grey, seed++));
     l.blendKey = keyOf(s.key), l.opacity = s.opacity, l.flags = s.flags;
     if (s.mask) l.mask.left = s.x + 1, l.mask.top = s.y + 1, l.mask.right = s.x + 1 + int32_t(s.w),
@@ -59,7 +59,7 @@ std::string build(const std::string& path, TdataFormat f, bool grey, TCompressio
   doc.addLayerSet("set", 2, false);
   TpixelData16 alpha(f);
   alpha.addChannel(RED, w, h, 77);
-  doc.addAlphaChannel("spec", std::move(alpha));
+  doc.addAlphaChannel("specular", std::move(alpha));
   return doc.save(TfilePath(std::string()), method) == 0 ? "" : doc.lastReadError().str();
 }
 
@@ -93,7 +93,7 @@ TEST(PsdWrite, ReadBackExactlyAtEveryDepthModeAndCompression) {
         EXPECT_EQ(doc.layers()[2]->sectionType * 10 + doc.layers()[5]->sectionType, 32u);
         int seed = 0;
         for (size_t i : {0u, 1u, 3u, 4u}) {
-          const Spec& s = kLayers[seed];
+          const LayerSpec& s = kLayers[seed];
           TpsdLayer& l = *doc.layers()[i];
           EXPECT_EQ(l.left * 1000 + l.top, s.x * 1000 + s.y);
           EXPECT_EQ(l.width() * 1000 + l.height(), s.w * 1000 + s.h);
@@ -109,7 +109,9 @@ TEST(PsdWrite, ReadBackExactlyAtEveryDepthModeAndCompression) {
         EXPECT_EQ(doc.layers()[1]->mask.left * 100 + doc.layers()[1]->mask.top, 403);
         // names are read for the channels past the third: a grey document's stay unread (the reader's rule)
         EXPECT_EQ(doc.alphaNames().size(), grey ? 0u : 1u);
-        if (!grey) EXPECT_EQ(doc.alphaNames()[0].str(), "spec");
+        if (!grey) {
+          EXPECT_EQ(doc.alphaNames()[0].str(), "specular");
+        }
       }
 }
 
@@ -130,24 +132,30 @@ TEST(PsdWriteInterop, PeersReadTheLayersWritten) {
                                              "group|set|12,6,26,16|pass_through|255|true|false"}))
       << pt;
   int seed = 0;
-  for (const Spec& s : kLayers) {
+  for (const LayerSpec& s : kLayers) {
     TpixelData16 p = pixels(s, k8Bits, false, seed);
     const std::string hash = vt::sha256(rgba8(p, s.w * s.h));
     EXPECT_NE(pt.find(std::string(s.name) + "|"), std::string::npos);
-    if (!s.mask) EXPECT_NE(pt.find(hash), std::string::npos) << s.name;  // psd-tools applies no mask here
+    if (!s.mask) {
+      EXPECT_NE(pt.find(hash), std::string::npos) << s.name;  // psd-tools applies no mask here
+    }
     // ImageMagick: image 0 is the composite, then the layers bottom first (set records not
     // counted); it folds opacity and masks into the alpha it hands out
     std::string im;
     vt::run("/usr/bin/convert '" + path + "[" + std::to_string(++seed) + "]' -depth 8 rgba:- | sha256sum", &im);
-    if (!s.mask && s.opacity == 255) EXPECT_EQ(im.substr(0, 64), hash) << s.name;
+    if (!s.mask && s.opacity == 255) {
+      EXPECT_EQ(im.substr(0, 64), hash) << s.name;
+    }
   }
   // OpenImageIO: the composite and one subimage per layer record, at their places, the same pixels
   std::string oiio;
   ASSERT_EQ(vt::run("/usr/bin/python3 " VORA_TEST_TOOLS "/oiio_pixels.py layers " + path, &oiio), 0) << oiio;
   seed = 0;
-  for (const Spec& s : kLayers) {
+  for (const LayerSpec& s : kLayers) {
     TpixelData16 p = pixels(s, k8Bits, false, seed++);
-    if (!s.mask) EXPECT_NE(oiio.find(std::string(s.name) + "|" + vt::sha256(rgba8(p, s.w * s.h))), std::string::npos) << oiio;
+    if (!s.mask) {
+      EXPECT_NE(oiio.find(std::string(s.name) + "|" + vt::sha256(rgba8(p, s.w * s.h))), std::string::npos) << oiio;
+    }
   }
   std::string info;
   ASSERT_EQ(vt::run("oiiotool --info -v -a " + path + " 2>&1", &info), 0);

@@ -82,6 +82,7 @@ int vimg::run(int argc, char** argv) {
   vimg::registerPsd(app);
   vimg::registerResample(app);
   vimg::registerMovie(app);
+  vimg::registerHdr(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

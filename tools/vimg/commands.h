@@ -38,6 +38,7 @@ void registerLut(CLI::App& app);
 void registerPsd(CLI::App& app);
 void registerResample(CLI::App& app);
 void registerMovie(CLI::App& app);
+void registerHdr(CLI::App& app);
 // vimg psd create, under the psd command.
 void registerPsdCreate(CLI::App& psd);
 

@@ -1,0 +1,21 @@
+// The HDR readers built beside the library (libvoraimage_hdr): OpenEXR files through the OpenEXR
+// library and Radiance RGBE (.hdr) files, registered with ThdrTranslationManager from outside it.
+//
+// Each reader's ThdrImageFileInfo: values[0], [1] the display window's width and height,
+// [2] the channels delivered, [3], [4] the data window's left and top in the display window,
+// [5], [6] the data window's width and height; flags[0] tiled, flags[1] half floats.
+// read() delivers the data window, rows bottom first (as the library's pictures stand), samples
+// red, green, blue[, alpha], or grey alone; kHdrReadDisplayWindow places the data window in the
+// display window instead (zero around it).
+#pragma once
+
+#include <vora/export.h>
+#include <vora/hdr.h>
+
+constexpr unsigned kHdrReadDisplayWindow = 1;
+
+// Registers the OpenEXR ("exr", "sxr") and Radiance ("hdr", "rgbe", "pic") readers; once.
+VORA_HDR_API void registerStandardHdrReaders();
+// The readers themselves, for callers that do not go through the registry.
+VORA_HDR_API ThdrImageFile* newOpenExrReader();
+VORA_HDR_API ThdrImageFile* newRadianceReader();
