@@ -10,6 +10,8 @@ PACKAGES=(
   zlib1g-dev qt6-base-dev qt6-image-formats-plugins libcli11-dev libmuparser-dev
   # the video compressors of AVI movies
   libavcodec-dev libavutil-dev libswscale-dev
+  # OpenEXR files (the HDR readers) and its tools (exrmaketiled makes test files)
+  libopenexr-dev openexr
   # Tstring::matchesRegexp: linear-time matching, safe on very long names
   libre2-dev
   # tests and benchmarks

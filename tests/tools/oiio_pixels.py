@@ -7,6 +7,9 @@
                                            --unassociated, PNG/TIFF alpha is not premultiplied
   oiio_pixels.py write FILE W H C BITS RAWIN COMPRESSION
                                            writes FILE with OpenImageIO from such raw pixels
+  oiio_pixels.py floats FILE RAWOUT        the data window as little-endian float32, top row first,
+                                           channels as OpenImageIO orders them; prints
+                                           "W H C X Y FULLW FULLH"
   oiio_pixels.py layers FILE               per subimage "NAME|SHA-256" of its 8-bit pixels, alpha
                                            unassociated (a layered document's layers)
 """
@@ -34,6 +37,15 @@ def main():
             arr = arr.astype("<u2")
         open(sys.argv[3], "wb").write(arr.tobytes())
         print(spec.width, spec.height, spec.nchannels, bits)
+    elif sys.argv[1] == "floats":
+        inp = oiio.ImageInput.open(sys.argv[2])
+        if not inp:
+            sys.exit("cannot open: " + oiio.geterror())
+        spec = inp.spec()
+        data = inp.read_image(oiio.FLOAT)
+        inp.close()
+        open(sys.argv[3], "wb").write(numpy.ascontiguousarray(data).astype("<f4").tobytes())
+        print(spec.width, spec.height, spec.nchannels, spec.x, spec.y, spec.full_width, spec.full_height)
     elif sys.argv[1] == "layers":
         config = oiio.ImageSpec()
         config.attribute("oiio:UnassociatedAlpha", 1)
