@@ -97,6 +97,13 @@ class VORA_API ThdrOpenEXR : public ThdrExposure {
   mutable float fog_[3] = {0, 0, 0};
 };
 
+// Display pixels of a float picture: each colour scaled by 2^exposure, raised to 1/gamma, clamped
+// to 0 .. 1, times 255 and truncated (colours as the linear operator takes them; negative values,
+// -infinity included, and NaN give 0); alpha (four or more channels) clamped likewise, else 255. The curve is evaluated once per output level (255
+// thresholds found on it), so every value costs a few comparisons: the same bytes, faster than
+// computing the power per value. 0, or -1 for an empty picture or a gamma that is not positive.
+VORA_API int hdrExposeGamma(const TgenericPixelMap<float>& in, TpixelMap& out, float exposure, float gamma);
+
 using ThdrFactory = ThdrImageFile* (*)(void* data);
 
 // Readers by file extension, newest registration first. Not locked: register at start-up.

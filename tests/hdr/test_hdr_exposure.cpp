@@ -263,6 +263,35 @@ TEST(HdrExposure, FilmCurveFastAndGeneralPaths) {
     EXPECT_EQ(ThdrOpenEXR::kneeFactor(a, b), knee(a, b)) << a << " " << b;
 }
 
+// The display curve by thresholds gives, byte for byte, the power computed per value.
+TEST(HdrExposure, DisplayGammaByThresholdsEqualsThePowerPerValue) {
+  for (unsigned channels : {1u, 3u, 4u})
+    for (auto [exposure, gamma] : {std::pair<float, float>{0, 2.2f}, {-4, 2.2f}, {3, 1}, {-9.5f, 0.45f}, {0, 1e-3f}}) {
+      Map m = picture(41, 13, channels, 7 * channels);
+      for (size_t i = 0; i < m.size(); i += 5) m.data()[i] = float(i % 997) * 1e-4f;  // many small values
+      TpixelMap out;
+      ASSERT_EQ(hdrExposeGamma(m, out, exposure, gamma), 0);
+      Bgra want;
+      auto level = [&](float v, float scale, float inv) {
+        if (!(v >= 0.0f)) return uint8_t(0);  // negative values (even -inf) and NaN
+        float x = std::pow(v * scale, inv);
+        return uint8_t(int((x > 1.0f ? 1.0f : x > 0.0f ? x : 0.0f) * 255.0f));
+      };
+      for (size_t i = 0; i < size_t(m.width()) * m.height(); ++i) {
+        const float* s = m.data() + i * channels;
+        float c[3];
+        rgbOf(s, channels, c);
+        const float scale = std::exp2(exposure), inv = 1.0f / gamma;
+        want.insert(want.end(), {level(c[2], scale, inv), level(c[1], scale, inv), level(c[0], scale, inv),
+                                 channels == 4 ? level(s[3], 1, 1) : uint8_t(255)});
+      }
+      EXPECT_EQ(differences(bytes(out), want), 0u) << channels << " exposure " << exposure << " gamma " << gamma;
+    }
+  Map m = picture(2, 2, 3, 1);
+  TpixelMap out;
+  EXPECT_EQ(hdrExposeGamma(m, out, 0, 0), -1);
+}
+
 TEST(HdrResize, BoxWeightsHalfAPixelOff) {
   for (auto [W, H, w, h] : {std::array<unsigned, 4>{40, 30, 13, 7}, {7, 5, 20, 11}, {9, 9, 9, 4}, {1, 1, 3, 2}, {64, 2, 1, 1}}) {
     Map m = picture(W, H, 3, W * 7 + h, false);

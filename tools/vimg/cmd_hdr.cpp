@@ -93,15 +93,9 @@ void expose(const HdrOptions& o) {
   ThdrToneMap tone;
   ThdrOpenEXR film;
   ThdrExposure* op = &film;
+  const bool gammaPath = o.mode == "linear" && (o.exposureGiven || o.gammaGiven);
   if (o.mode == "linear") {
-    op = &linear;
-    if (o.exposureGiven || o.gammaGiven) {  // exposure in stops, then the gamma, onto 0 .. 1
-      const float scale = std::pow(2.0f, o.exposure), inv = 1.0f / o.gamma;
-      const unsigned c = map.channels();
-      for (size_t p = 0; p < map.size(); ++p)
-        if (c < 4 || p % c != 3) map.data()[p] = std::pow(std::max(map.data()[p] * scale, 0.0f), inv);
-      linear.setColorScaleAndBias(1, 0), linear.setAlphaScaleAndBias(1, 0);
-    }
+    op = &linear;  // the picture's own range; with exposure or gamma, the display curve below
   } else if (o.mode == "tonemap") {
     op = &tone;
     tone.setMiddleGreyValue(o.grey);
@@ -111,7 +105,8 @@ void expose(const HdrOptions& o) {
     return fail("hdr expose: --mode is linear, tonemap or film", kStatusUsage);
   }
   TpixelMap px;
-  if (op->convert(map, px) != 0) return fail(o.file + ": the " + o.mode + " operator refused this picture");
+  const int r = gammaPath ? hdrExposeGamma(map, px, o.exposure, o.gamma) : op->convert(map, px);
+  if (r != 0) return fail(o.file + ": the " + o.mode + " operator refused this picture");
   Image img;
   img.width = int(px.width()), img.height = int(px.height());
   img.alpha = o.mode == "linear" && map.channels() >= 4;
