@@ -1,9 +1,7 @@
 // Fuzz target: the HDR readers (Radiance RGBE of our own, OpenEXR through its library) on
 // arbitrary bytes: OpenEXR's magic number picks the EXR reader, anything else the Radiance one.
-// EXR inputs first pass OpenEXR's own checker (the decoding inside that library is fuzzed
-// upstream); what is ours, the window and size checks before allocating, is reached either way.
-#include <ImfCheckFile.h>
-
+// Pixels are read only for small pictures (4096 samples at most): what is ours, the window and
+// size checks before allocating, is reached at every size, and the decoders stay quick.
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -14,7 +12,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool exr = size >= 4 && data[0] == 0x76 && data[1] == 0x2f && data[2] == 0x31 && data[3] == 0x01;
-  if (exr && !Imf::checkOpenEXRFile(reinterpret_cast<const char*>(data), size, true, true)) return 0;
   const std::string path = fuzz::tempPath() + (exr ? ".exr" : ".hdr");
   FILE* f = fopen(path.c_str(), "wb");
   if (!f) return 0;
@@ -23,7 +20,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::unique_ptr<ThdrImageFile> reader(exr ? newOpenExrReader() : newRadianceReader());
   ThdrImageFileInfo info;
   TgenericPixelMap<float> map;
-  if (reader->open(path.c_str(), info) == 0) reader->read(map, info.values[0] <= 4096 ? kHdrReadDisplayWindow : 0);
+  if (reader->open(path.c_str(), info) == 0 && int64_t(info.values[5]) * info.values[6] <= 4096 &&
+      int64_t(info.values[0]) * info.values[1] <= 4096)
+    reader->read(map, size % 2 ? kHdrReadDisplayWindow : 0);
   remove(path.c_str());
   return 0;
 }
