@@ -101,3 +101,27 @@ class TgenericPixelMap {
   uint32_t channels_ = 0;
   std::vector<T> samples_;
 };
+
+// A picture at 8 or 16 bits a channel (blue, green, red, alpha; 16-bit channels in the machine's
+// order), rows bottom first, with an optional depth buffer: what the image library's lines hold,
+// kept at their full depth where a TpixelMap would keep 8 bits.
+class VORA_API Timage {
+ public:
+  // False (unchanged) for sizes over 32768, channel sizes other than 1 and 2, or memory the
+  // allocation limit refuses.
+  bool create(unsigned width, unsigned height, unsigned bytesPerChannel, bool withDepth = false);
+  unsigned width() const { return width_; }
+  unsigned height() const { return height_; }
+  unsigned bytesPerChannel() const { return bytes_; }
+  size_t rowBytes() const { return size_t(width_) * 4 * bytes_; }
+  uint8_t* row(unsigned y) { return pixels_.data() + y * rowBytes(); }
+  const uint8_t* row(unsigned y) const { return pixels_.data() + y * rowBytes(); }
+  float* depthRow(unsigned y) { return depth_.empty() ? nullptr : depth_.data() + size_t(y) * width_; }
+  // The 8-bit pixels (the high byte of 16-bit channels) and the depth, as a TpixelMap.
+  bool toPixelMap(TpixelMap& out) const;
+
+ private:
+  unsigned width_ = 0, height_ = 0, bytes_ = 1;
+  std::vector<uint8_t> pixels_;
+  std::vector<float> depth_;
+};
