@@ -16,6 +16,10 @@ constexpr unsigned kHdrReadDisplayWindow = 1;
 
 // Registers the OpenEXR ("exr", "sxr") and Radiance ("hdr", "rgbe", "pic") readers; once.
 VORA_HDR_API void registerStandardHdrReaders();
+// Reads an opened reader's picture and exposes it with hdrExposeGamma. Half-float EXR pictures
+// are read as half and exposed through one 65536-entry table per curve: the same bytes, without
+// a float picture in between. 0, or -1.
+VORA_HDR_API int readExposedGamma(ThdrImageFile* file, TpixelMap& out, float exposure, float gamma);
 // The readers themselves, for callers that do not go through the registry.
 VORA_HDR_API ThdrImageFile* newOpenExrReader();
 VORA_HDR_API ThdrImageFile* newRadianceReader();

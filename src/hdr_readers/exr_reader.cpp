@@ -1,6 +1,7 @@
 // HDR readers: OpenEXR files (scan lines or tiles, half or float, RGB[A] or Y[A]) through the
 // OpenEXR library. Sizes are checked before anything is allocated; whatever the library throws
 // on a damaged file is a refusal.
+#include <half.h>
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
@@ -143,6 +144,49 @@ class ExrReader : public ThdrImageFile {
 
   int reserved() override { return 0; }
 
+  // Half samples straight to display pixels through tables indexed by the half's bits.
+  int readExposed(TpixelMap& out, float exposure, float gamma) {
+    if (!file_ || !half_) return 1;  // not this path
+    const unsigned c = unsigned(names_.size()), W = unsigned(info_.values[5]), H = unsigned(info_.values[6]);
+    // The tables: every half value through the exact curve, colour and alpha.
+    TgenericPixelMap<float> all;
+    TpixelMap levels;
+    if (!all.create(256, 256, 4)) return -1;  // every half value once
+    for (uint32_t b = 0; b < 65536; ++b) {
+      Imath::half v;
+      v.setBits(uint16_t(b));
+      for (int k = 0; k < 4; ++k) all.data()[b * 4 + k] = float(v);
+    }
+    if (hdrExposeGamma(all, levels, exposure, gamma) != 0) return -1;
+    std::vector<uint16_t> px;
+    if (!FLallocok(uint64_t(W) * H * c * 2) || !out.create(W, H)) return -1;
+    px.resize(size_t(W) * H * c);
+    try {
+      const Imath::Box2i dw = file_->header().dataWindow();
+      const size_t xs = 2 * c, ys = xs * W;
+      char* base = reinterpret_cast<char*>(px.data()) - ptrdiff_t(dw.min.x) * ptrdiff_t(xs) - ptrdiff_t(dw.min.y) * ptrdiff_t(ys);
+      Imf::FrameBuffer fb;
+      for (unsigned i = 0; i < c; ++i) {
+        const double fill = names_[i] == "A" ? 1.0 : 0.0;
+        fb.insert(names_[i].c_str(), Imf::Slice(Imf::HALF, base + i * 2, xs, ys, 1, 1, fill));
+      }
+      file_->setFrameBuffer(fb);
+      file_->readPixels(dw.min.y, dw.max.y);
+    } catch (...) {
+      return -1;
+    }
+    const Tpixel32* lv = levels.pixels();
+    for (unsigned y = 0; y < H; ++y) {
+      const uint16_t* s = px.data() + size_t(H - 1 - y) * W * c;  // rows bottom first
+      Tpixel32* o = out.row(y);
+      for (unsigned x = 0; x < W; ++x, s += c) {
+        const uint16_t r = s[0], g = c >= 3 ? s[1] : s[0], b = c >= 3 ? s[2] : s[0];
+        o[x] = {lv[b].b, lv[g].g, lv[r].r, c >= 4 ? lv[s[3]].a : uint8_t(255)};
+      }
+    }
+    return 0;
+  }
+
  private:
   int fail() {
     file_.reset();
@@ -162,3 +206,14 @@ class ExrReader : public ThdrImageFile {
 }  // namespace
 
 ThdrImageFile* newOpenExrReader() { return new ExrReader(); }
+
+int readExposedGamma(ThdrImageFile* file, TpixelMap& out, float exposure, float gamma) {
+  if (!file) return -1;
+  if (auto* exr = dynamic_cast<ExrReader*>(file)) {
+    int r = exr->readExposed(out, exposure, gamma);
+    if (r <= 0) return r;
+  }
+  TgenericPixelMap<float> map;
+  if (file->read(map, 0) != 0) return -1;
+  return hdrExposeGamma(map, out, exposure, gamma);
+}

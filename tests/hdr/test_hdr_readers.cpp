@@ -180,6 +180,28 @@ TEST(HdrMalformed, DamagedFilesAreRefused) {
   }
 }
 
+// Half samples through a table give the bytes the float picture gives through the curve.
+TEST(HdrReaders, HalfSamplesExposedThroughATable) {
+  vt::TempDir d;
+  for (const char* make : {"--pattern noise:type=uniform:min=-1:max=30 37x19 4 -d half",
+                           "--pattern noise:type=uniform:min=0:max=3 37x19 3 -d half",
+                           "--pattern noise:type=uniform:min=0:max=9 21x5 1 --chnames Y -d half",
+                           "--pattern noise:type=uniform:min=0:max=9 21x5 4 -d float"}) {
+    ASSERT_EQ(vt::run("oiiotool " + std::string(make) + " -o '" + d.path("n.exr") + "'"), 0);
+    for (auto [exposure, gamma] : {std::pair<float, float>{-2, 2.2f}, {1, 1}}) {
+      registerStandardHdrReaders();
+      std::unique_ptr<ThdrImageFile> f(ThdrTranslationManager::instance().createAndOpen(d.path("n.exr")));
+      ASSERT_NE(f, nullptr);
+      TpixelMap fast, slow;
+      ASSERT_EQ(readExposedGamma(f.get(), fast, exposure, gamma), 0) << make;
+      Read r = readHdr(d.path("n.exr"));
+      ASSERT_EQ(hdrExposeGamma(r.map, slow, exposure, gamma), 0);
+      ASSERT_EQ(fast.width() * 100 + fast.height(), slow.width() * 100 + slow.height());
+      EXPECT_EQ(memcmp(fast.pixels(), slow.pixels(), size_t(fast.width()) * fast.height() * 4), 0) << make << " " << exposure;
+    }
+  }
+}
+
 TEST(VimgHdr, InfoAndExposeThroughEachOperator) {
   vt::TempDir d;
   ASSERT_EQ(vt::run("cd '" + d.dir() + "' && oiiotool --pattern fill:top=0,0,0,1:bottom=16,8,2,0.5 40x20 4 -d half -o r.exr"), 0);

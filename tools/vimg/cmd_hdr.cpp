@@ -79,6 +79,18 @@ void info(const HdrOptions& o) {
            odd[k] ? (", " + std::to_string(odd[k]) + " not finite").c_str() : "");
 }
 
+// The 8-bit pixels to the output image; alpha kept from the linear modes of 4-channel pictures.
+void writeDisplay(const TpixelMap& px, const HdrOptions& o, bool fourChannels) {
+  Image img;
+  img.width = int(px.width()), img.height = int(px.height());
+  img.alpha = o.mode == "linear" && fourChannels;
+  img.channels = img.alpha ? 4 : 3;
+  img.pixels.resize(img.rowBytes() * size_t(img.height));
+  memcpy(img.pixels.data(), px.pixels(), img.pixels.size());  // both blue, green, red, alpha, bottom row first
+  std::string error;
+  if (!writeImage(o.out, img, WriteOptions(), error)) fail(error);
+}
+
 void expose(const HdrOptions& o) {
   unsigned w = 0, h = 0;
   char extra;
@@ -86,14 +98,19 @@ void expose(const HdrOptions& o) {
     return fail("hdr expose: --size wants WxH, such as 1920x1080", kStatusUsage);
   auto f = openHdr(o.file);
   if (!f) return;
+  const bool gammaPath = o.mode == "linear" && (o.exposureGiven || o.gammaGiven);
+  TpixelMap px;
   TgenericPixelMap<float> map;
+  if (gammaPath && !w) {  // straight to display pixels (half EXR samples through a table)
+    if (readExposedGamma(f.get(), px, o.exposure, o.gamma) != 0) return fail(o.file + ": the pixels cannot be read (damaged?)");
+    return writeDisplay(px, o, f->info().values[2] >= 4);
+  }
   if (f->read(map, 0) != 0) return fail(o.file + ": the pixels cannot be read (damaged?)");
   if (w && ThdrImageFile::resize(map, w, h) != 0) return fail(o.file + ": cannot be resized to " + o.size);
   ThdrLinearExposure linear;
   ThdrToneMap tone;
   ThdrOpenEXR film;
   ThdrExposure* op = &film;
-  const bool gammaPath = o.mode == "linear" && (o.exposureGiven || o.gammaGiven);
   if (o.mode == "linear") {
     op = &linear;  // the picture's own range; with exposure or gamma, the display curve below
   } else if (o.mode == "tonemap") {
@@ -104,17 +121,9 @@ void expose(const HdrOptions& o) {
   } else {
     return fail("hdr expose: --mode is linear, tonemap or film", kStatusUsage);
   }
-  TpixelMap px;
   const int r = gammaPath ? hdrExposeGamma(map, px, o.exposure, o.gamma) : op->convert(map, px);
   if (r != 0) return fail(o.file + ": the " + o.mode + " operator refused this picture");
-  Image img;
-  img.width = int(px.width()), img.height = int(px.height());
-  img.alpha = o.mode == "linear" && map.channels() >= 4;
-  img.channels = img.alpha ? 4 : 3;
-  img.pixels.resize(img.rowBytes() * size_t(img.height));
-  memcpy(img.pixels.data(), px.pixels(), img.pixels.size());  // both blue, green, red, alpha, bottom row first
-  std::string error;
-  if (!writeImage(o.out, img, WriteOptions(), error)) return fail(error);
+  writeDisplay(px, o, map.channels() >= 4);
 }
 
 }  // namespace
