@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <vora/allocator.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -59,6 +62,27 @@ TEST(IsAllocator, ThresholdPagesAndTheHeap) {
   EXPECT_NE(big.address, nullptr);
   a.deallocate(big);
   TisAllocator::fsUseMalloc = false;
+}
+
+// VORA_USE_MALLOC is read when the library loads: this test runs itself again with it set.
+TEST(IsAllocator, HeapOnlyWhenTheVariableIsSetAtLoad) {
+  if (getenv("VORA_TEST_ALLOCATOR_CHILD")) {
+    ASSERT_TRUE(TisAllocator::fsUseMalloc);
+    TisAllocator::init(nullptr);
+    EXPECT_EQ(TisAllocator::fsPageSize, 0u);  // init leaves the page size alone
+    TisAllocator a;
+    TisBlock b;
+    b.size = 100u << 20;
+    a.allocate(b);
+    EXPECT_EQ(mappingAt(b.address), "");  // from the heap, not a mapping of its own
+    EXPECT_EQ(b.size, 100u << 20);
+    a.deallocate(b);
+    return;
+  }
+  EXPECT_FALSE(TisAllocator::fsUseMalloc);
+  const std::string self = "VORA_USE_MALLOC=1 VORA_TEST_ALLOCATOR_CHILD=1 /proc/" + std::to_string(getpid()) +
+                           "/exe --gtest_filter=IsAllocator.HeapOnlyWhenTheVariableIsSetAtLoad > /dev/null";
+  EXPECT_EQ(system(self.c_str()), 0);
 }
 
 TEST(CachedImage, StatisticsPrintedAsTheyWere) {
