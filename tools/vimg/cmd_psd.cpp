@@ -2,8 +2,10 @@
 // layer's or the composite's pixels to an image file.
 #include <cstdio>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
+#include <vora/foundation/fl.h>
 #include <vora/photoshop.h>
 
 #include "commands.h"
@@ -205,9 +207,20 @@ void info(const Options& o) {
          " layer records)");
 }
 
+int64_t fileBytes(const std::string& path) {
+  std::error_code ec;
+  const auto n = std::filesystem::file_size(path, ec);
+  return ec ? -1 : int64_t(n);
+}
+
 // Interleaves the grey or red/green/blue channels and the transparency of pixels into an image
-// (stored values, no colour conversion).
-Image toImage(TpixelData16& px, uint32_t width, uint32_t height, bool grey) {
+// (stored values, no colour conversion). A layer's rectangle may be larger than any data behind
+// it: the picture must be what a file of fileBytes could decode to, else this throws.
+Image toImage(TpixelData16& px, uint32_t width, uint32_t height, bool grey, int64_t fileBytes) {
+  const uint64_t bytes = uint64_t(width) * height * 4 * px.bytesPerChannel();
+  if (!FLdecodeok(bytes, fileBytes, 1032))
+    throw std::runtime_error(std::to_string(width) + " x " + std::to_string(height) +
+                             " pixels cannot come from a file of " + std::to_string(fileBytes) + " bytes");
   Image img;
   img.width = int(width), img.height = int(height), img.bytes = int(px.bytesPerChannel());
   img.alpha = px.channel(TRANSPARENCY) != nullptr;
@@ -242,7 +255,7 @@ void extract(const Options& o) {
     grey = composite.channelCount() < 3;
     // The composite's alpha channels are for the alpha readers: the picture is opaque.
     if (Tchannel* t = composite.pixelData().channel(TRANSPARENCY)) t->defaultValue = uint16_t(composite.pixelData().getMaxColor());
-    img = toImage(composite.pixelData(), composite.width(), composite.height(), grey);
+    img = toImage(composite.pixelData(), composite.width(), composite.height(), grey, fileBytes(o.file));
     img.alpha = false, img.channels = grey ? 1 : 3;
     runLength = doc->compression() == RLE;
   } else {
@@ -253,7 +266,7 @@ void extract(const Options& o) {
     if (!layer) return fail(o.file + ": no layer named \"" + o.layer + "\"");
     if (layer->width() == 0 || layer->height() == 0) return fail(o.file + ": layer \"" + o.layer + "\" has no pixels");
     grey = doc->colorMode() == 1;
-    img = toImage(layer->pixels, layer->width(), layer->height(), grey);
+    img = toImage(layer->pixels, layer->width(), layer->height(), grey, fileBytes(o.file));
     for (PHOTOSHOP_CHANNEL id : layer->pixels.channelListArray()) runLength |= layer->pixels.compressionMethod(id) == RLE;
   }
   if (doc->bitDepth() == 16 && runLength)
@@ -279,7 +292,7 @@ void composite(const Options& o) {
   WriteOptions w;
   w.bits = o.bits;
   std::string error;
-  if (!writeImage(o.out, toImage(c.pixelData(), c.width(), c.height(), false), w, error)) fail(error);
+  if (!writeImage(o.out, toImage(c.pixelData(), c.width(), c.height(), false, fileBytes(o.file)), w, error)) fail(error);
 }
 
 // Every layer with pixels to OUTDIR/NN_NAME.png (NN its place from the bottom).
@@ -303,7 +316,7 @@ void extractAll(const Options& o) {
     std::string number = std::to_string(i);
     if (number.size() < 2) number.insert(0, "0");
     std::string error, out = o.out + "/" + number + "_" + name + ".png";
-    if (!writeImage(out, toImage(l.pixels, l.width(), l.height(), grey), w, error)) return fail(error);
+    if (!writeImage(out, toImage(l.pixels, l.width(), l.height(), grey, fileBytes(o.file)), w, error)) return fail(error);
     printf("%s\n", out.c_str());
   }
 }
