@@ -21,8 +21,9 @@ inline const std::string& tempPath() {
   return path;
 }
 
-inline bool writeInput(const uint8_t* data, size_t size) {
-  FILE* out = fopen(tempPath().c_str(), "wb");
+// Writes the input to tempPath() + suffix (readers that choose by extension need one).
+inline bool writeInput(const uint8_t* data, size_t size, const std::string& suffix = "") {
+  FILE* out = fopen((tempPath() + suffix).c_str(), "wb");
   if (!out) return false;
   fwrite(data, 1, size, out);
   fclose(out);

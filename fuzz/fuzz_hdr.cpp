@@ -12,11 +12,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool exr = size >= 4 && data[0] == 0x76 && data[1] == 0x2f && data[2] == 0x31 && data[3] == 0x01;
-  const std::string path = fuzz::tempPath() + (exr ? ".exr" : ".hdr");
-  FILE* f = fopen(path.c_str(), "wb");
-  if (!f) return 0;
-  fwrite(data, 1, size, f);
-  fclose(f);
+  const std::string suffix = exr ? ".exr" : ".hdr", path = fuzz::tempPath() + suffix;
+  if (!fuzz::writeInput(data, size, suffix)) return 0;
   std::unique_ptr<ThdrImageFile> reader(exr ? newOpenExrReader() : newRadianceReader());
   ThdrImageFileInfo info;
   TgenericPixelMap<float> map;

@@ -22,6 +22,13 @@ Tstring Tstring::tFormat(const char* format, ...) {
   return Tstring(std::move(out));
 }
 
+Tstring Tstring::toLower() const {
+  std::string t = s_;
+  for (char& c : t)
+    if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
+  return t;
+}
+
 Tstring Tstring::extension() const {
   size_t slash = s_.rfind('/');
   size_t dot = s_.rfind('.');

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <vector>
 
 namespace {
 
@@ -74,22 +75,24 @@ int ThdrToneMap::convert(TgenericPixelMap<float>& in, TpixelMap& out) const {
   const unsigned w = in.width(), h = in.height(), n = in.channels();
   if (w == 0 || h == 0 || (n != 1 && n != 3 && n != 4) || !out.create(w, h)) return -1;
   const size_t count = size_t(w) * h;
-  auto luminance = [&](const float* s) { return n == 1 ? s[0] : 0.2125f * s[0] + 0.7154f * s[1] + 0.0721f * s[2]; };
+  std::vector<float> lum(count);
   float lmin = FLT_MAX, lmax = -FLT_MAX;
   for (size_t i = 0; i < count; ++i) {
-    float l = luminance(in.data() + i * n);
+    const float* s = in.data() + i * n;
+    const float l = n == 1 ? s[0] : 0.2125f * s[0] + 0.7154f * s[1] + 0.0721f * s[2];
+    lum[i] = l;
     if (l < lmin) lmin = l;
     if (l > lmax) lmax = l;
   }
   const float r = lmax == lmin ? 1.0f : 1.0f / (lmax - lmin);
   double sum = 0;
   for (size_t i = 0; i < count; ++i)
-    sum += std::log(double(std::max((luminance(in.data() + i * n) - lmin) * r, 1e-5f)) + 1.0);
+    sum += std::log(double(std::max((lum[i] - lmin) * r, 1e-5f)) + 1.0);
   const float k = middleGrey_ / float(std::exp(sum / double(count)));
   Tpixel32* o = out.pixels();
   for (size_t i = 0; i < count; ++i) {
     const float* s = in.data() + i * n;
-    const float ls = (luminance(s) - lmin) * k;  // without r, as the average was not (kept)
+    const float ls = (lum[i] - lmin) * k;  // without r, as the average was not (kept)
     const float d = ls / (ls + 1.0f) * 255.0f;
     if (n == 1) {
       o[i].r = o[i].g = o[i].b = clampByte(d);

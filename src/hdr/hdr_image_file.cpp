@@ -3,7 +3,6 @@
 #include <vora/hdr.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 
 ThdrImageFile::~ThdrImageFile() = default;
@@ -117,19 +116,11 @@ void ThdrTranslationManager::deregisterTranslator(ThdrFactory factory, void* dat
   }
 }
 
-namespace {
-bool sameIgnoringCase(const Tstring& a, const Tstring& b) {
-  return a.length() == b.length() && std::equal(a.str().begin(), a.str().end(), b.str().begin(), [](char x, char y) {
-           return std::tolower(uint8_t(x)) == std::tolower(uint8_t(y));
-         });
-}
-}  // namespace
-
 ThdrImageFile* ThdrTranslationManager::createAndOpen(const Tstring& path) const {
-  const Tstring ext = path.extension();
+  const Tstring ext = path.extension().toLower();
   for (const Record* r = first_; r; r = r->next)
     for (const Tstring& e : r->extensions) {
-      if (!sameIgnoringCase(e, ext)) continue;
+      if (e.toLower() != ext) continue;
       ThdrImageFile* file = r->factory(r->data);
       if (!file) continue;
       if (file->open(path, file->info_) == 0) return file;
@@ -139,10 +130,10 @@ ThdrImageFile* ThdrTranslationManager::createAndOpen(const Tstring& path) const 
 }
 
 bool ThdrTranslationManager::isFileExtensionSupported(const Tstring& path) const {
-  const Tstring ext = path.extension();
+  const Tstring ext = path.extension().toLower();
   for (const Record* r = first_; r; r = r->next)
     for (const Tstring& e : r->extensions)
-      if (sameIgnoringCase(e, ext)) return true;
+      if (e.toLower() == ext) return true;
   return false;
 }
 

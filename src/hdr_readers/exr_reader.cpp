@@ -11,6 +11,8 @@
 #include <vora/foundation/fl.h>
 #include <vora/hdr_readers.h>
 
+#include "foundation/byteorder.h"
+
 #include <algorithm>
 #include <cstring>
 #include <fstream>
@@ -31,11 +33,7 @@ bool headerFits(const char* path) {
   std::vector<char> h(size_t(std::min<uint64_t>(fileSize, 1 << 16)));
   in.seekg(0);
   if (h.size() < 8 || !in.read(h.data(), std::streamsize(h.size()))) return false;
-  auto i32 = [&](size_t at) {
-    int32_t v;
-    memcpy(&v, &h[at], 4);  // little-endian, as the format stands (hosts here are little-endian)
-    return v;
-  };
+  auto i32 = [&](size_t at) { return int32_t(vora::le32(reinterpret_cast<const uint8_t*>(&h[at]))); };
   if (i32(4) & 0x1000) return true;  // multi-part files: OpenEXR's own limits alone
   int64_t x0 = 0, y0 = 0, x1 = -1, y1 = -1, tw = 0, th = 0, pixelBytes = 0;
   int linesPerChunk = 1;

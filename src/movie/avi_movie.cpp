@@ -4,7 +4,6 @@
 #include <vora/movie.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 
 #include "platform/avi_file.h"
@@ -15,12 +14,6 @@ namespace {
 
 constexpr uint32_t kDib = fourCC("DIB "), kMsvc = fourCC("MSVC");
 constexpr unsigned kBitCounts[] = {32, 24, 16, 8};
-
-Tstring lower(const Tstring& s) {
-  std::string t = s.str();
-  for (char& c : t) c = char(std::tolower(uint8_t(c)));
-  return t;
-}
 
 Tstring fourCCText(uint32_t v) {
   char t[5] = {char(v), char(v >> 8), char(v >> 16), char(v >> 24), 0};
@@ -89,7 +82,7 @@ void TaviMovie::enumCodec(TstringArray& names) {
 
 bool TaviMovie::setCompression(const Tstring& name, int quality) {
   options_ = TaviCompressOptions();
-  Tstring want = lower(name);
+  Tstring want = name.toLower();
   if (want.isEmpty()) want = "none";  // no compression dialog here: the user's answer is "none"
   if (want == Tstring("none")) {
     options_.type = fourCC("vids"), options_.handler = kDib, options_.flags = 8;
@@ -97,7 +90,7 @@ bool TaviMovie::setCompression(const Tstring& name, int quality) {
   }
   VideoCompressorInfo info;
   for (int i = 0; videoCompressorInfo(i, info); ++i) {
-    if (lower(info.shortName) != want && lower(fourCCText(info.handler)) != want) continue;
+    if (Tstring(info.shortName).toLower() != want && fourCCText(info.handler).toLower() != want) continue;
     options_.type = fourCC("vidc"), options_.handler = info.handler;
     options_.keyFrameEvery = 10, options_.quality = uint32_t(std::clamp(quality, 0, 100) * 100);
     options_.flags = 12;

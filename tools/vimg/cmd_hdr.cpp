@@ -50,12 +50,15 @@ void info(const HdrOptions& o) {
       }
       mn[k] = std::min(mn[k], v), mx[k] = std::max(mx[k], v), sum[k] += v;
     }
-  const Tstring ext = Tstring(o.file).extension();
-  const bool rgbe = ext == Tstring("hdr") || ext == Tstring("HDR") || ext == Tstring("rgbe") || ext == Tstring("pic");
+  const Tstring ext = Tstring(o.file).extension().toLower();
+  const bool rgbe = ext == Tstring("hdr") || ext == Tstring("rgbe") || ext == Tstring("pic");
   const char* type = i.flags[1] ? "half" : rgbe ? "rgbe" : "float";
   const char* names4[] = {"R", "G", "B", "A"};
   auto name = [&](unsigned k) { return c == 1 ? std::string("Y") : std::string(names4[k < 4 ? k : 3]); };
   const double count = double(map.width()) * map.height();
+  std::vector<double> mean(c, 0.0);
+  for (unsigned k = 0; k < c; ++k)
+    if (count > odd[k]) mean[k] = sum[k] / (count - double(odd[k]));
   if (o.json) {
     Json j;
     j.beginObject().field("file", o.file).field("width", i.values[0]).field("height", i.values[1]);
@@ -64,7 +67,7 @@ void info(const HdrOptions& o) {
     j.key("stats").beginArray();
     for (unsigned k = 0; k < c; ++k)
       j.beginObject().field("channel", name(k)).field("min", mn[k]).field("max", mx[k])
-          .field("mean", count > odd[k] ? sum[k] / (count - double(odd[k])) : 0.0).field("nonfinite", int64_t(odd[k])).endObject();
+          .field("mean", mean[k]).field("nonfinite", int64_t(odd[k])).endObject();
     j.endArray().endObject();
     printf("%s\n", j.str().c_str());
     return;
@@ -74,8 +77,7 @@ void info(const HdrOptions& o) {
          i.flags[0] ? ", tiled" : "");
   printf("  data window  (%d, %d) %d x %d\n", i.values[3], i.values[4], i.values[5], i.values[6]);
   for (unsigned k = 0; k < c; ++k)
-    printf("  %-12s min %g, max %g, mean %g%s\n", name(k).c_str(), mn[k], mx[k],
-           count > odd[k] ? sum[k] / (count - double(odd[k])) : 0.0,
+    printf("  %-12s min %g, max %g, mean %g%s\n", name(k).c_str(), mn[k], mx[k], mean[k],
            odd[k] ? (", " + std::to_string(odd[k]) + " not finite").c_str() : "");
 }
 

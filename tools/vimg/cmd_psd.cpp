@@ -307,6 +307,7 @@ void extractAll(const Options& o) {
   std::error_code ec;
   std::filesystem::create_directories(o.out, ec);  // the folder is made when it is not there
   if (ec) return fail(o.out + ": cannot be made: " + ec.message());
+  const int64_t bytes = fileBytes(o.file);
   for (size_t i = 0; i < doc->layers().size(); ++i) {
     TpsdLayer& l = *doc->layers()[i];
     if (l.width() == 0 || l.height() == 0) continue;
@@ -316,7 +317,7 @@ void extractAll(const Options& o) {
     std::string number = std::to_string(i);
     if (number.size() < 2) number.insert(0, "0");
     std::string error, out = o.out + "/" + number + "_" + name + ".png";
-    if (!writeImage(out, toImage(l.pixels, l.width(), l.height(), grey, fileBytes(o.file)), w, error)) return fail(error);
+    if (!writeImage(out, toImage(l.pixels, l.width(), l.height(), grey, bytes), w, error)) return fail(error);
     printf("%s\n", out.c_str());
   }
 }

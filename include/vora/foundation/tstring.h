@@ -23,6 +23,8 @@ class VORA_API Tstring {
   size_t length() const { return s_.size(); }
   bool isEmpty() const { return s_.empty(); }
 
+  // The text with ASCII letters lower-cased (names and extensions compared without case).
+  Tstring toLower() const;
   // Text after the last '.' of the last path component, or "".
   Tstring extension() const;
   // Pieces between separators (any character of seps); empty pieces are kept.
