@@ -97,18 +97,3 @@ TEST(FL, FailuresLeaveRecordsUsable) {
   EXPECT_EQ(FLopen("pipe:no-such-command-here", "r"), nullptr);
   EXPECT_EQ(flerrno, FL_ENOCMD);
 }
-
-// Everything FL reads is walked by the image library's tests; these are what they cannot see.
-TEST(FL, BitCountsAndTheSearchPath) {
-  for (int v = 0; v < 256; ++v) EXPECT_EQ(flbitset[v], __builtin_popcount(unsigned(v))) << v;
-  EXPECT_STREQ(FLgetext("a/b.c/file.tif"), "tif");
-  EXPECT_EQ(FLgetext("a.b/file"), nullptr);  // only the last component counts
-  vt::TempDir d;
-  vt::writeFile(d.path("here.iff"), {1});
-  char* path = FLbuildpath(("/nonexistent;" + d.dir()).c_str());
-  const char* old = FLswappath(path);
-  EXPECT_EQ(std::string(FLfindfile("here.iff")), d.path("here.iff"));
-  EXPECT_EQ(FLfindfile("missing.iff"), nullptr);
-  FLswappath(old);
-  FLfreepath(path);
-}

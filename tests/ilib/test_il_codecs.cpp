@@ -216,21 +216,6 @@ TEST(IlCodecs, RoundTripsEveryCodecWithPitch) {
         }
 }
 
-TEST(IlCodecs, SixteenBitFileReadAsBytesKeepsTheHighByte) {
-  uint16_t px[4] = {0x1122, 0x3344, 0x5566, 0x7788};
-  Bytes pixels(300 * 8);
-  for (size_t i = 0; i < 300; ++i) memcpy(&pixels[i * 8], px, 8);
-  for (ILpacker pack : {ILpack, ILpackrle}) {
-    ILpackdesc d = desc(300, 1, 2, 15, 4);
-    Bytes packed(ILrawsize(&d));
-    d.packed = pack(&d, pixels.data(), packed.data());
-    d.byteelems = 1;
-    Bytes back(300 * 4);
-    ASSERT_EQ((pack == ILpack ? ILunpack : ILunpackrle)(&d, packed.data(), back.data()), 1200u);
-    EXPECT_EQ(vt::hex(Bytes(back.begin(), back.begin() + 4)), "11335577");
-  }
-}
-
 TEST(IlCodecs, QrlRowsWiderThan4096AreCodedWhole) {
   // One row of 5000 equal pixels: runs of 128 across the whole row, then the alpha row.
   const uint32_t w = 5000;

@@ -29,22 +29,6 @@ TEST(Str, HashAndComparisonsTakeBytesAsSignedChars) {
   EXPECT_EQ(STR_n_compare("xbc", "abd", -5), 'x' - 'a');
 }
 
-// Two defines give one pointer; the entry lives until as many undefines.
-TEST(Str, SharedStringsAreCounted) {
-  char* a = STR_define("shared-text");
-  EXPECT_EQ(STR_define("shared-text"), a);
-  EXPECT_EQ(STR_undefine("shared-text"), 0);
-  EXPECT_STREQ(a, "shared-text");  // one reference left
-  EXPECT_EQ(STR_undefine("shared-text") | STR_undefine("never-defined") | STR_undefine(nullptr), 0);
-  char** arr = static_cast<char**>(malloc(3 * sizeof(char*)));
-  arr[0] = STR_define("arr-one"), arr[1] = STR_define("arr-two"), arr[2] = nullptr;
-  char* keep = STR_define("arr-one");
-  STR_undefine_array(arr);  // undefines each and frees the array
-  EXPECT_EQ(STR_define("arr-one"), keep);
-  STR_undefine("arr-one"), STR_undefine("arr-one");
-  STR_undefine_array(nullptr);
-}
-
 TEST(Str, NamesWordsAndCopies) {
   char root[] = "shot.0001.iff", head[] = "/a/b/c.iff", none[] = "file", runs[] = "a//b", rooted[] = "/file";
   EXPECT_STREQ(STR_extension("a/b.c/file.iff"), "iff");

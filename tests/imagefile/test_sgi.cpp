@@ -88,19 +88,6 @@ TEST(Sgi, FixturesFromOtherProgramsReadWithTheReferencePixels) {
     EXPECT_EQ(vt::sha256(topFirst(std::string(VORA_TEST_DATA "/sgi/") + f.name)), f.sha) << f.name;
 }
 
-// The dimension given to iopen is ignored: sizes decide it (64 x 1 x 1 is dim 1, zsize 1 dim 2).
-TEST(Sgi, GivenDimIsIgnoredForSizes) {
-  vt::TempDir d;
-  IMAGE* img = iopen(d.path("a.sgi").c_str(), "w", 0x0001, 3, 64, 1, 1);
-  EXPECT_EQ(img->dim, 1);
-  EXPECT_EQ(iclose(img), 0);
-  Bytes f = vt::readFile(d.path("a.sgi"));
-  EXPECT_EQ(f[4] * 256 + f[5], 1);
-  IMAGE* two = iopen(d.path("b.sgi").c_str(), "w", 0x0001, 2, 64, 5, 9);
-  EXPECT_EQ(two->dim * 10 + two->zsize, 21);
-  iclose(two);
-}
-
 // Writing row 5 of a run-length file twice leaves wastebytes equal to the first write's
 // length and rowstart pointing at the second.
 TEST(Sgi, RowWrittenTwiceCountsWaste) {
@@ -144,18 +131,6 @@ TEST(Sgi, PacketSplitsAt126) {
   EXPECT_EQ(rle_compact(run.data(), 2, reinterpret_cast<unsigned char*>(wide), 2, 127), 5);
   EXPECT_EQ(wide[0], 126);
   EXPECT_EQ(wide[2], 1);
-}
-
-// getrow with y = ysize reports "img_seek: row number out of range" and returns -1.
-TEST(Sgi, RowOutOfRange) {
-  vt::Messages m;
-  IMAGE* img = iopen(VORA_TEST_DATA "/sgi/im_rgb8_50x20_verbatim.sgi", "r", 0, 0, 0, 0, 0);
-  ASSERT_NE(img, nullptr);
-  std::vector<unsigned short> row(img->xsize);
-  EXPECT_EQ(getrow(img, row.data(), img->ysize, 0), -1);
-  EXPECT_EQ(getrow(img, row.data(), 0, img->zsize), -1);
-  EXPECT_TRUE(m.said("SGI image: img_seek: row number out of range\n"));
-  iclose(img);
 }
 
 TEST(Sgi, HeaderWrittenByteForByte) {

@@ -99,17 +99,6 @@ TEST(PsdCodecs, ZipPredictionAsymmetry) {
   EXPECT_EQ(roundTrip(k16Bits, 40, 9, sixteen, ZIP, false), sixteen);
 }
 
-// A channel with no data asked for its samples yields width x height default values.
-TEST(PsdCodecs, NoDataGivesDefaultValues) {
-  TpixelData16 d(k16Bits);
-  d.addChannel(USER_MASK, 3, 2, 0xABCD);
-  const uint16_t* p = reinterpret_cast<const uint16_t*>(d.getChannelPixPtr(USER_MASK));
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(p[i], 0xABCD);
-  TpixelData16 e(k8Bits, 4, 4, true);
-  EXPECT_EQ(e.getTransparencyPixelPtr()[15], 255);
-  EXPECT_EQ(e.getRedPixelPtr()[0], 0);
-}
-
 // 8-bit channels round-trip through every method and table form; 16-bit ones through raw and ZIP,
 // while run-length packs only the first half of each row's bytes and decodes with a one-byte
 // header advance (deliberate): those samples do not come back.
@@ -167,20 +156,6 @@ TEST(PsdCodecs, CopiesClampAndClip) {
   EXPECT_EQ(q[2 * 4 + 2], 4);
   small.copyChannel(RED, big);  // the span is clamped to the source's length
   EXPECT_EQ(small.getRedPixelPtr()[3], big.getRedPixelPtr()[3]);
-}
-
-TEST(PsdCodecs, OpacityMemAndAndChannelList) {
-  TpixelData16 d(k8Bits, 2, 1, true);
-  d.setTrans(0, 255);
-  d.setTrans(1, 100);
-  d.applyOpacity(128);
-  EXPECT_EQ(d.getTransparencyPixelPtr()[0], 128);
-  EXPECT_EQ(d.getTransparencyPixelPtr()[1], 50);
-  uint8_t a[3] = {0xF0, 0xFF, 0x0F}, b[3] = {0x3C, 0x00, 0xFF};
-  TpixelData16::memAND(a, b, 3);
-  EXPECT_EQ(vt::hex(Bytes(a, a + 3)), "30000f");
-  d.addChannel(USER_MASK, 2, 1);
-  EXPECT_EQ(d.channelListArray(), (std::vector<PHOTOSHOP_CHANNEL>{USER_MASK, TRANSPARENCY, RED, GREEN, BLUE}));
 }
 
 // Hostile channel data: row tables that overrun, lengths that lie, ZIP that does not inflate.

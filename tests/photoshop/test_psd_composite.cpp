@@ -169,13 +169,6 @@ psd::Layer flat(const std::string& name, int32_t top, int32_t left, int32_t h, i
   return l;
 }
 
-Bytes words(std::initializer_list<uint32_t> v, const char* key = nullptr) {
-  Bytes b;
-  for (uint32_t x : v) vt::be32(b, x);
-  if (key) psd::put4(b, "8BIM"), psd::put4(b, key);
-  return b;
-}
-
 struct Composited {
   vt::TempDir dir;
   TpsdFile doc;
@@ -202,7 +195,7 @@ TEST(PsdComposite, OpacityMasksClippingVisibilityAndSets) {
   half.opacity = 128;  // colour and transparency both scaled, truncated: 100 50 25 128
   psd::Layer masked = flat("masked", 0, 2, 2, 1, {10, 20, 30, 127});
   masked.channels.push_back(psd::rawChannel(-2, {128, 255}));  // 128 & 127 = 0 (bytewise AND)
-  masked.mask = words({0, 2, 2, 3});
+  masked.mask = psd::words({0, 2, 2, 3});
   masked.mask.push_back(0), masked.mask.push_back(0), masked.mask.push_back(0), masked.mask.push_back(0);
   psd::Layer hidden = flat("hidden", 0, 3, 2, 1, {9, 9, 9, 255});
   hidden.flags = 2;
@@ -210,10 +203,10 @@ TEST(PsdComposite, OpacityMasksClippingVisibilityAndSets) {
   psd::Layer clipped = flat("clipped", 0, 3, 2, 3, {250, 0, 0, 255});  // shows only over the base
   clipped.clipping = 1;
   psd::Layer divider = flat("</Layer group>", 0, 0, 0, 0, {0, 0, 0, 0});
-  divider.blocks = {{fourCC("lsct"), words({3})}};
+  divider.blocks = {{fourCC("lsct"), psd::words({3})}};
   psd::Layer inSet = flat("in set", 1, 0, 1, 1, {7, 8, 9, 255});
   psd::Layer set = flat("closed", 0, 0, 0, 0, {0, 0, 0, 0});
-  set.blocks = {{fourCC("lsct"), words({2}, "pass")}};
+  set.blocks = {{fourCC("lsct"), psd::words({2}, "pass")}};
   psd::Layer inner = set, inInner = flat("in inner", 1, 5, 1, 1, {1, 2, 3, 255});
   inner.name = "inner", inner.flags = 2;  // a hidden set inside the visible one
   d.layers = {half, masked, hidden, base, clipped, divider, inSet, divider, inInner, inner, set};

@@ -59,29 +59,3 @@ TEST(PsdTexture, CacheReadsOnceUntilTheFileChanges) {
   EXPECT_EQ(x.close(), -1);
   cache.clear();
 }
-
-TEST(PsdTexture, OnlyTheEmptySetWarningCanBeAsked) {
-  vt::TempDir d;
-  psd::Document doc;
-  psd::Layer divider, set;
-  divider.name = "</Layer group>";
-  divider.blocks = {{fourCC("lsct"), {0, 0, 0, 3}}};
-  set.name = "empty";
-  set.blocks = {{fourCC("lsct"), {0, 0, 0, 1}}};
-  doc.layers = {divider, set};
-  vt::writeFile(d.path("s.psd"), psd::build(doc));
-  TpsdTextureFile::clearAllPsdWarnings();
-  TpsdTextureFile t;
-  ASSERT_EQ(t.openWithoutCache(d.path("s.psd").c_str(), true), 0);
-  TrgbaData out;
-  EXPECT_FALSE(TpsdTextureFile::isWarningSet(kEmptyLayerSetWarning));
-  ASSERT_EQ(t.readLayerSetPixels("empty", out), 0);
-  ASSERT_EQ(t.readLayerSetPixels("empty", out), 0);
-  EXPECT_TRUE(TpsdTextureFile::isWarningSet(kEmptyLayerSetWarning));
-  EXPECT_FALSE(TpsdTextureFile::isWarningSet(TpsdTextureFileWarning(1)));
-  TstringArray messages;
-  TpsdTextureFile::allPsdFileWarnings(messages);
-  EXPECT_EQ(messages.size(), 2u);  // duplicates kept
-  TpsdTextureFile::clearAllPsdWarnings();
-  EXPECT_FALSE(TpsdTextureFile::isWarningSet(kEmptyLayerSetWarning));
-}

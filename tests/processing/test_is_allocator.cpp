@@ -84,29 +84,3 @@ TEST(IsAllocator, HeapOnlyWhenTheVariableIsSetAtLoad) {
                            "/exe --gtest_filter=IsAllocator.HeapOnlyWhenTheVariableIsSetAtLoad > /dev/null";
   EXPECT_EQ(system(self.c_str()), 0);
 }
-
-TEST(CachedImage, StatisticsPrintedAsTheyWere) {
-  TcachedImageBase c;
-  c.width = 4096, c.height = 2160, c.chunkSize = 64, c.elementsPerChunk = 64 * 64, c.chunks = 2176;
-  c.cacheEntries = 512, c.tempFileName = "/tmp/cache.0001", c.accesses = 1000, c.misses = 250;
-  testing::internal::CaptureStderr();
-  c.printCacheStats(1 << 20);  // 4096 x 2176 x 2^20 wraps in 32 bits: 0 MB
-  c.printAccessStats();
-  TcachedImageBase::printError("one", " two");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "\nCreated cached image:\n"
-            "    Using temp file /tmp/cache.0001\n"
-            "       Resolution = 4096 x 2160\n"
-            "         # chunks = 2176\n"
-            "       chunk size = 64x64\n"
-            "  # cache entries = 512\n"
-            "  full image size = 0.000000 MB \n"
-            "    pct in memory = 23.529412%\n"
-            "\n"
-            "\nDestroying TcachedImage.....\n"
-            "   Cache Accesses = 1000\n"
-            "     Cache Misses = 250\n"
-            "          Hit pct = 75.000000%\n"
-            "\n"
-            "one two\n");
-}

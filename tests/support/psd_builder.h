@@ -191,4 +191,12 @@ inline Channel rawChannel(int16_t id, const Bytes& samples) {
   return c;
 }
 
+// Big-endian words, then "8BIM" and key when given (block and resource bodies).
+inline Bytes words(std::initializer_list<uint32_t> v, const char* key = nullptr) {
+  Bytes b;
+  for (uint32_t x : v) be32(b, x);
+  if (key) put4(b, "8BIM"), put4(b, key);
+  return b;
+}
+
 }  // namespace vt::psd
