@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace vora::platform {
 
@@ -59,6 +60,20 @@ bool readStart(const char* path, void* buf, size_t n);
 // The last change: seconds since the epoch and nanoseconds; false when it cannot tell.
 bool modificationTime(const char* path, int64_t* seconds, int32_t* nanoseconds);
 std::string currentDirectory();
+
+// Shared libraries: null with the loader's error text on failure; a symbol's address or null.
+void* libraryOpen(const char* path, std::string& error);
+void* librarySymbol(void* library, const char* name);
+void libraryClose(void* library);
+// The names in a directory matching pattern ("*.*" or null: every entry), sorted so that every
+// system lists in one order; false when the directory cannot be read.
+bool listDirectory(const std::string& dir, const char* pattern, std::vector<std::string>& names);
+// A file's status: mode with 0x4000 for a directory and 0x8000 for a regular file; -1 on failure.
+struct FileStatus {
+  uint32_t mode = 0;
+  int64_t size = 0, modified = 0;
+};
+int fileStatus(const char* path, FileStatus& status);
 
 // "%s on %s" of the user and computer names, or "Unknown" when either cannot be had.
 std::string userOnHost();

@@ -49,7 +49,9 @@ TEST(VimgResize, AgreesWithImageMagickAndVips) {
     if (top != bottom || (2 * t + 1) * 192 % 140 == 0) continue;
     ++rows;
     for (int i = 0; i < 300; ++i)
-      if ((2 * (i / 3) + 1) * 256 % 200 != 0) ASSERT_EQ(ours[t * 300 + i], theirs[t * 300 + i]) << t << " " << i;
+      if ((2 * (i / 3) + 1) * 256 % 200 != 0) {
+        ASSERT_EQ(ours[t * 300 + i], theirs[t * 300 + i]) << t << " " << i;
+      }
   }
   EXPECT_GT(rows, 20);
 
