@@ -2,12 +2,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include <vora/foundation/env.h>
 #include <vora/foundation/fl.h>
 #include <vora/foundation/messages.h>
 
 #include "foundation/fl_stream.h"
+#include "platform/platform.h"
 
 namespace {
 thread_local int tlsFlerrno = 0;
@@ -40,6 +42,11 @@ const char* FLstrerror(int code) {
 }
 
 const char* VoraGetEnv(const char* name) { return name ? getenv(name) : nullptr; }
+
+const char* VoraExecutablePath(void) {
+  static const std::string path = vora::platform::executablePath();
+  return path.c_str();
+}
 
 int VoraPutEnv(const char* name, const char* value) {
   if (!name || !*name) return -1;

@@ -114,6 +114,12 @@ std::string currentDirectory() {
   return getcwd(buf, sizeof buf) ? std::string(buf) : std::string(".");
 }
 
+std::string executablePath() {
+  char buf[PATH_MAX];
+  const ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
+  return n > 0 ? std::string(buf, size_t(n)) : std::string();
+}
+
 std::string userOnHost() {
   struct passwd pw, *res = nullptr;
   char buf[4096];

@@ -60,6 +60,8 @@ bool readStart(const char* path, void* buf, size_t n);
 // The last change: seconds since the epoch and nanoseconds; false when it cannot tell.
 bool modificationTime(const char* path, int64_t* seconds, int32_t* nanoseconds);
 std::string currentDirectory();
+// The running program's file, or "" when the system cannot tell.
+std::string executablePath();
 
 // Shared libraries: null with the loader's error text on failure; a symbol's address or null.
 void* libraryOpen(const char* path, std::string& error);

@@ -83,6 +83,7 @@ int vimg::run(int argc, char** argv) {
   vimg::registerResample(app);
   vimg::registerMovie(app);
   vimg::registerHdr(app);
+  vimg::registerPlugins(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

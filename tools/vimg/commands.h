@@ -39,6 +39,7 @@ void registerPsd(CLI::App& app);
 void registerResample(CLI::App& app);
 void registerMovie(CLI::App& app);
 void registerHdr(CLI::App& app);
+void registerPlugins(CLI::App& app);
 // vimg psd create, under the psd command.
 void registerPsdCreate(CLI::App& psd);
 

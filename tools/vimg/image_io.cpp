@@ -1,5 +1,7 @@
-// vimg: whole images in memory and their files (native IFF through IL, others through QImage).
+// vimg: whole images in memory and their files: native IFF, SGI, plug-ins, then QImage.
 #include "image_io.h"
+
+#include "image_plugins.h"
 
 #include <QImage>
 #include <QImageReader>
@@ -268,6 +270,7 @@ bool readImage(const std::string& path, Image& img, std::string& error) {
   // Native images and anything Qt does not know go through ILopen (and its converter programs).
   if (isNativeFile(path)) return readNative(path, img, error);
   if (isFileSgi(path.c_str())) return readSgi(path, img, error);
+  if (const char* key = pluginFor(path, false)) return readPlugin(path, key, img, error);
   QImageReader probe(QString::fromStdString(path));
   if (probe.canRead()) return readQt(path, img, error);
   return readNative(path, img, error);
@@ -278,6 +281,7 @@ bool writeImage(const std::string& path, const Image& img, const WriteOptions& o
   std::string ext = lowerExtension(path);
   if (ext == "iff" || ext.empty()) return writeNative(path, img, opt, error);
   if (isSgiExtension(ext)) return writeSgi(path, img, opt, error);
+  if (const char* key = pluginFor(path, true, ext)) return writePlugin(path, key, img, opt, error);
   return writeQt(path, img, opt, error);
 }
 

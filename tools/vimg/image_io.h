@@ -1,5 +1,6 @@
-// vimg: whole images in memory and their files: native IFF through the IL calls, every other
-// format through Qt 6's QImage (until the library's image file front end exists).
+// vimg: whole images in memory and their files: native IFF through the IL calls, SGI through the
+// SGI library, the formats of the plug-ins through them, and what no plug-in takes through Qt 6's
+// QImage.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +26,7 @@ struct WriteOptions {
   int tileWidth = 0, tileHeight = 0;  // native: 0 = the default tiling
   int bits = 0;                // 8 or 16; 0 = as the image
   bool topDown = false;        // native: send lines top line first
+  int quality = 0;             // plug-ins with lossy coding: 1-100; 0 = the plug-in's default
 };
 
 bool isNativeFile(const std::string& path);

@@ -12,6 +12,8 @@ VORA_API const char* VoraGetEnv(const char* name);
 /* Sets (value non-null) or removes (value null) an environment variable; 0 on success. */
 VORA_API int VoraPutEnv(const char* name, const char* value);
 #define GETENV(name) VoraGetEnv(name)
+/* The running program's file (for finding what is installed beside it), or "". */
+VORA_API const char* VoraExecutablePath(void);
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,242 @@
+// What the bundled plug-ins share: pictures decoded whole when a file is opened and encoded whole
+// when it is closed, served line by line through the IMF entry points. A codec supplies probe,
+// read (every frame of a file) and write; this adapter does the rest, the same way for all.
+#pragma once
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <vora/foundation/fl.h>
+#include <vora/imf.h>
+
+namespace vplug {
+
+// One frame: samples of colour then matte interleaved per pixel, top line first, colorBits / 8
+// bytes each in machine order; depth as 4-byte samples.
+struct Picture {
+  IMF_image image{};
+  std::vector<uint8_t> samples, depth;
+  int width() const { return image.xMax - image.xMin + 1; }
+  int height() const { return image.yMax - image.yMin + 1; }
+  int channels() const { return image.colorChannels + image.matteChannels; }
+  int sampleBytes() const { return image.colorBits / 8; }
+  size_t rowBytes() const { return size_t(width()) * channels() * sampleBytes(); }
+  // Describes a top-down picture and allocates it; false (with why) when outside data asks for
+  // more than a file of fileBytes could decode to at ratio, or than the allocation limit.
+  bool create(int w, int h, int colour, int matte, int bits, int type, int64_t fileBytes, uint32_t ratio,
+              std::string& why) {
+    image = IMF_image{};
+    image.xMax = w - 1, image.yMax = h - 1, image.aspectWidth = image.aspectHeight = 1, image.pixelAspect = 1.0f;
+    image.colorChannels = colour, image.matteChannels = matte, image.colorBits = bits, image.colorType = type;
+    image.depthBits = 32, image.depthType = IMF_TYPE_FLOAT, image.topDown = 1, image.frames = 1;
+    if (w < 1 || h < 1 || w > (1 << 20) || h > (1 << 20)) return why = "a picture of " + std::to_string(w) + " x " + std::to_string(h), false;
+    const uint64_t bytes = uint64_t(rowBytes()) * uint64_t(h);
+    if (!(ratio ? FLdecodeok(bytes, fileBytes, ratio) : FLallocok(bytes)))
+      return why = std::to_string(w) + " x " + std::to_string(h) + " pixels cannot come from a file of " +
+                   std::to_string(fileBytes) + " bytes",
+             false;
+    try {
+      samples.assign(bytes, 0);
+    } catch (const std::bad_alloc&) {
+      return why = "out of memory", false;
+    }
+    return true;
+  }
+  uint8_t* row(int y) { return samples.data() + rowBytes() * size_t(y); }
+  const uint8_t* row(int y) const { return samples.data() + rowBytes() * size_t(y); }
+};
+
+// The settings given to a writer, by name.
+inline std::string setting(const IMF_settings* s, const char* name, const std::string& fallback = "") {
+  const size_t n = strlen(name);
+  for (int i = 0; s && i < s->count; ++i)
+    if (s->items[i] && strncmp(s->items[i], name, n) == 0 && s->items[i][n] == '=') return s->items[i] + n + 1;
+  return fallback;
+}
+
+inline int64_t fileSize(const char* path) {
+  FILE* f = fopen(path, "rb");
+  if (!f) return -1;
+  fseek(f, 0, SEEK_END);
+  const long n = ftell(f);
+  fclose(f);
+  return n;
+}
+
+// A whole file in memory, bounded by the allocation limit; false with why.
+inline bool readWhole(const char* path, std::vector<uint8_t>& bytes, std::string& why) {
+  FILE* f = fopen(path, "rb");
+  if (!f) return why = std::string("cannot be opened: ") + strerror(errno), false;
+  fseek(f, 0, SEEK_END);
+  const long n = ftell(f);
+  fseek(f, 0, SEEK_SET);
+  if (n < 0 || !FLallocok(uint64_t(n))) return fclose(f), why = "cannot be read whole", false;
+  bytes.resize(size_t(n));
+  const bool ok = fread(bytes.data(), 1, bytes.size(), f) == bytes.size();
+  fclose(f);
+  return ok || (why = "cannot be read", false);
+}
+
+struct Handle {
+  std::vector<Picture> frames;
+  int current = 0;
+  bool writing = false;
+  std::string path;
+  std::vector<std::string> settingTexts;
+  std::vector<const char*> settingPointers;
+  IMF_settings settings{};
+};
+
+inline void say(char* error, size_t size, const std::string& why) {
+  if (error && size) snprintf(error, size, "%s", why.c_str());
+}
+
+// The IMF entry points over a codec:
+//   static constexpr uint32_t flags, bitsMask, scanOrders; static constexpr int maxMatte, maxDepth;
+//   static bool probe(const unsigned char*, size_t);
+//   static bool read(const char* path, std::vector<Picture>& frames, std::string& why);
+//   static bool write(const char* path, const std::vector<Picture>& frames, const IMF_settings*, std::string& why);
+template <class Codec>
+struct Adapter {
+  static int probe(const unsigned char* head, size_t n) { return Codec::probe(head, n) ? 1 : 0; }
+
+  static void* openRead(const char* path, IMF_image* image, char* error, size_t errorSize) {
+    auto* h = new (std::nothrow) Handle;
+    std::string why;
+    bool ok = false;
+    try {
+      ok = h && Codec::read(path, h->frames, why) && !h->frames.empty();
+    } catch (const std::exception& e) {
+      why = e.what();
+    }
+    if (!ok) {
+      say(error, errorSize, why.empty() ? "cannot be read" : why);
+      delete h;
+      return nullptr;
+    }
+    for (Picture& p : h->frames) p.image.frames = int32_t(h->frames.size());
+    *image = h->frames[0].image;
+    return h;
+  }
+
+  static void* openWrite(const char* path, const IMF_image* image, const IMF_settings* settings, char* error,
+                         size_t errorSize) {
+    auto* h = new (std::nothrow) Handle;
+    if (!h) return nullptr;
+    h->writing = true, h->path = path;
+    for (int i = 0; settings && i < settings->count; ++i)
+      if (settings->items[i]) h->settingTexts.emplace_back(settings->items[i]);
+    for (const std::string& s : h->settingTexts) h->settingPointers.push_back(s.c_str());
+    h->settings.items = h->settingPointers.data(), h->settings.count = int32_t(h->settingPointers.size());
+    std::string why;
+    if (!begin(*h, *image, why)) {
+      say(error, errorSize, why);
+      delete h;
+      return nullptr;
+    }
+    return h;
+  }
+
+  static bool begin(Handle& h, const IMF_image& image, std::string& why) {
+    Picture p;
+    if (!p.create(image.xMax - image.xMin + 1, image.yMax - image.yMin + 1, image.colorChannels, image.matteChannels,
+                  image.colorBits, image.colorType, -1, 0, why))
+      return false;
+    p.image = image;
+    if (image.depthChannels) p.depth.assign(size_t(p.width()) * p.height() * 4, 0);
+    h.frames.push_back(std::move(p));
+    h.current = int(h.frames.size()) - 1;
+    return true;
+  }
+
+  static int setFrame(void* handle, int frame, IMF_image* image, char* error, size_t errorSize) {
+    Handle& h = *static_cast<Handle*>(handle);
+    std::string why;
+    if (h.writing) {
+      if (frame != int(h.frames.size())) return say(error, errorSize, "frames are written in order"), -1;
+      if (!begin(h, *image, why)) return say(error, errorSize, why), -1;
+      return frame;
+    }
+    if (frame < 0 || frame >= int(h.frames.size()))
+      return say(error, errorSize, "no frame " + std::to_string(frame) + " of " + std::to_string(h.frames.size())), -1;
+    h.current = frame;
+    *image = h.frames[size_t(frame)].image;
+    return frame;
+  }
+
+  // Line 0 is the top line of a top-down record, the bottom one otherwise.
+  static int rowOf(const Picture& p, int line) { return p.image.topDown ? line : p.height() - 1 - line; }
+
+  static int readLine(void* handle, int line, void* const* planes, char*, size_t) {
+    Handle& h = *static_cast<Handle*>(handle);
+    const Picture& p = h.frames[size_t(h.current)];
+    if (line < 0 || line >= p.height()) return -1;
+    const int w = p.width(), n = p.channels(), b = p.sampleBytes(), y = rowOf(p, line);
+    const uint8_t* s = p.row(y);
+    for (int c = 0; c < n; ++c) {
+      uint8_t* d = static_cast<uint8_t*>(planes[c]);
+      for (int x = 0; x < w; ++x) memcpy(d + size_t(x) * b, s + (size_t(x) * n + c) * b, size_t(b));
+    }
+    if (p.image.depthChannels && !p.depth.empty()) memcpy(planes[n], p.depth.data() + size_t(y) * w * 4, size_t(w) * 4);
+    return 0;
+  }
+
+  static int writeLine(void* handle, int line, const void* const* planes, char*, size_t) {
+    Handle& h = *static_cast<Handle*>(handle);
+    Picture& p = h.frames[size_t(h.current)];
+    if (line < 0 || line >= p.height()) return -1;
+    const int w = p.width(), n = p.channels(), b = p.sampleBytes(), y = rowOf(p, line);
+    uint8_t* d = p.row(y);
+    for (int c = 0; c < n; ++c) {
+      const uint8_t* s = static_cast<const uint8_t*>(planes[c]);
+      for (int x = 0; x < w; ++x) memcpy(d + (size_t(x) * n + c) * b, s + size_t(x) * b, size_t(b));
+    }
+    if (p.image.depthChannels) memcpy(p.depth.data() + size_t(y) * w * 4, planes[n], size_t(w) * 4);
+    return 0;
+  }
+
+  static int close(void* handle, char* error, size_t errorSize) {
+    auto* h = static_cast<Handle*>(handle);
+    int r = 0;
+    if (h->writing) {
+      std::string why;
+      bool ok = false;
+      try {
+        ok = Codec::write(h->path.c_str(), h->frames, &h->settings, why);
+      } catch (const std::exception& e) {
+        why = e.what();
+      }
+      if (!ok) say(error, errorSize, why.empty() ? "cannot be written" : why), r = -1;
+    }
+    delete h;
+    return r;
+  }
+
+  static const IMF_plugin* table() {
+    static const IMF_plugin t = {IMF_PLUGIN_ABI_VERSION, sizeof(IMF_plugin), Codec::flags, Codec::bitsMask,
+                                 Codec::maxMatte, Codec::maxDepth, 0, Codec::scanOrders, probe, openRead,
+                                 openWrite, (Codec::flags & IMF_MULTIFRAME) ? setFrame : nullptr, readLine,
+                                 writeLine, close};
+    return &t;
+  }
+};
+
+}  // namespace vplug
+
+// The exported identity and entry point of a plug-in over Codec.
+#define VORA_IMAGE_PLUGIN(Codec, key, extension, name, description)                                     \
+  extern "C" {                                                                                            \
+  IMF_PLUGIN_EXPORT const char* type = "image";                                                           \
+  IMF_PLUGIN_EXPORT const char* program = "Ferrant";                                                      \
+  IMF_PLUGIN_EXPORT const char* imageKey = key;                                                           \
+  IMF_PLUGIN_EXPORT const char* imageExtension = extension;                                               \
+  IMF_PLUGIN_EXPORT const char* imageName = name;                                                         \
+  IMF_PLUGIN_EXPORT const char* imageDescription = description;                                           \
+  IMF_PLUGIN_EXPORT const IMF_plugin* IMF_plugin_entry(void) { return vplug::Adapter<Codec>::table(); } \
+  }
