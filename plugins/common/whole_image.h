@@ -212,7 +212,7 @@ struct Adapter {
       } catch (const std::exception& e) {
         why = e.what();
       }
-      if (!ok) say(error, errorSize, why.empty() ? "cannot be written" : why), r = -1;
+      if (!ok) say(error, errorSize, why.empty() ? "cannot be written" : why), r = -1, remove(h->path.c_str());  // no partial file
     }
     delete h;
     return r;
