@@ -49,19 +49,24 @@ struct WebpCodec {
       if (outN == 4) d[3] = q[n - 1];
     }
     const std::string quality = vplug::setting(s, "quality");
-    uint8_t* out = nullptr;
+    WebPConfig config;
+    WebPPicture pic;
+    if (!WebPConfigInit(&config) || !WebPPictureInit(&pic)) return why = "libwebp of another version", false;
+    config.lossless = quality.empty();
+    config.quality = quality.empty() ? 75.0f : std::stof(quality);
+    config.exact = 1;  // the colour of fully transparent pixels is kept, as the caller gave it
+    pic.use_argb = config.lossless, pic.width = src.width(), pic.height = src.height();
+    WebPMemoryWriter memory;
+    WebPMemoryWriterInit(&memory);
+    pic.writer = WebPMemoryWrite, pic.custom_ptr = &memory;
     const int stride = src.width() * outN;
-    size_t size;
-    if (quality.empty())
-      size = outN == 4 ? WebPEncodeLosslessRGBA(rgb.data(), src.width(), src.height(), stride, &out)
-                       : WebPEncodeLosslessRGB(rgb.data(), src.width(), src.height(), stride, &out);
-    else
-      size = outN == 4 ? WebPEncodeRGBA(rgb.data(), src.width(), src.height(), stride, std::stof(quality), &out)
-                       : WebPEncodeRGB(rgb.data(), src.width(), src.height(), stride, std::stof(quality), &out);
-    if (!size) return WebPFree(out), why = "cannot be encoded", false;
+    bool encoded = (outN == 4 ? WebPPictureImportRGBA(&pic, rgb.data(), stride) : WebPPictureImportRGB(&pic, rgb.data(), stride)) &&
+                   WebPEncode(&config, &pic);
+    WebPPictureFree(&pic);
+    if (!encoded) return WebPMemoryWriterClear(&memory), why = "cannot be encoded", false;
     FILE* f = fopen(path, "wb");
-    const bool ok = f && fwrite(out, 1, size, f) == size;
-    WebPFree(out);
+    const bool ok = f && fwrite(memory.mem, 1, memory.size, f) == memory.size;
+    WebPMemoryWriterClear(&memory);
     if (!f) return why = std::string("cannot be created: ") + strerror(errno), false;
     return (fclose(f) == 0 && ok) || (why = "cannot be written", false);
   }

@@ -26,7 +26,7 @@ struct WriteOptions {
   int tileWidth = 0, tileHeight = 0;  // native: 0 = the default tiling
   int bits = 0;                // 8 or 16; 0 = as the image
   bool topDown = false;        // native: send lines top line first
-  int quality = 0;             // plug-ins with lossy coding: 1-100; 0 = the plug-in's default
+  std::vector<std::string> settings;  // plug-in settings, "name=value" ("quality=90", "compression=lzw")
 };
 
 bool isNativeFile(const std::string& path);

@@ -26,6 +26,7 @@ void ensurePlugins() {
       VoraPutEnv("VORA_LOCATION", (fs::is_directory(dir / "bin/plug-ins/image", ec) ? dir : dir.parent_path()).c_str());
     }
     loadImfPlugins();
+    ERR_mask_s(0);  // failures come back to vimg, which says them once
   });
 }
 
@@ -119,9 +120,9 @@ bool writePlugin(const std::string& path, const char* key, const Image& src, con
   r.matteChannels = img.alpha && f->alphaCount > 0 ? 1 : 0;
   r.colorBits = bits, r.colorType = bits == 32 ? IMF_TYPE_FLOAT : IMF_TYPE_INT;
   r.topDown = (f->scanOrders & IMF_ORDER_BOTTOM_UP) ? 0 : 1;
-  std::string quality = "quality=" + std::to_string(opt.quality);
-  const char* items[] = {quality.c_str()};
-  info.settings.items = items, info.settings.count = opt.quality > 0 ? 1 : 0;
+  std::vector<const char*> items;
+  for (const std::string& s : opt.settings) items.push_back(s.c_str());
+  info.settings.items = items.data(), info.settings.count = int32_t(items.size());
   IMF_object* out = IMF_open(&info, "w");
   if (!out) return error = std::string(IMF_last_error()), false;
   int planes = 0;

@@ -1,0 +1,332 @@
+// The bundled format plug-ins, through the IMF library, against ImageMagick and OpenImageIO: files
+// the peers wrote are read as the peers read them, files written here are read by the peers as
+// the pictures given, at every channel layout and depth of each format; damaged files fail cleanly.
+#include <gtest/gtest.h>
+#include <vora/foundation/dynamic_load.h>
+#include <vora/imf.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Pixels as red, green, blue, alpha of 16 bits, top row first.
+struct Rgba {
+  int w = 0, h = 0;
+  std::vector<uint16_t> px;
+};
+
+void loadBundled() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    static std::vector<std::string> files;
+    for (const auto& e : fs::directory_iterator(VORA_PLUGIN_DIR)) files.push_back(e.path().string());
+    static size_t next = 0;
+    ERR_mask_s(0);
+    IMF_init(0, [](void** library, char** name) -> int {
+      if (next >= files.size()) return 0;
+      auto* lib = new TdynamicLoad;  // kept loaded for the process, as the loader does
+      *library = lib->open(files[next].c_str(), 0) ? lib->handle() : nullptr;
+      *name = files[next++].data();
+      return 1;
+    });
+  });
+}
+
+uint16_t to16(const void* plane, int x, const IMF_image& r) {
+  if (r.colorBits == 8) return uint16_t(static_cast<const uint8_t*>(plane)[x] * 257);
+  if (r.colorBits == 16) return static_cast<const uint16_t*>(plane)[x];
+  const float v = static_cast<const float*>(plane)[x];
+  return uint16_t(std::lround(std::clamp(v, 0.0f, 1.0f) * 65535.0f));
+}
+
+// What the plug-in reads from frame `frame` of a file; w == 0 when it cannot.
+Rgba ours(const std::string& file, int frame = 0, IMF_image* record = nullptr) {
+  loadBundled();
+  IMF_info info;
+  IMF_info_init(&info);
+  info.name = file.c_str();
+  IMF_object* o = IMF_open(&info, "r");
+  Rgba out;
+  if (!o || (frame && IMF_set_frame(o, frame) != frame)) return o ? (IMF_close(o), out) : out;
+  const IMF_image& r = o->image;
+  if (record) *record = r;
+  out.w = r.xMax - r.xMin + 1, out.h = r.yMax - r.yMin + 1;
+  out.px.assign(size_t(out.w) * out.h * 4, 65535);
+  void** planes = IMF_chan_alloc(&r, out.w, nullptr);
+  for (int l = 0; l < out.h; ++l) {
+    if (IMF_scan_read(o, l, planes) != 0) {
+      out.w = 0;
+      break;
+    }
+    uint16_t* d = &out.px[size_t(r.topDown ? l : out.h - 1 - l) * out.w * 4];
+    for (int x = 0; x < out.w; ++x)
+      for (int c = 0; c < 4; ++c) {
+        const int plane = c < 3 ? (r.colorChannels == 3 ? c : 0) : r.colorChannels;
+        if (c < 3 || r.matteChannels) d[x * 4 + c] = to16(planes[plane], x, r);
+      }
+  }
+  IMF_chan_free(planes);
+  IMF_close(o);
+  return out;
+}
+
+// What a peer reads: ImageMagick ("im") as straight RGBA, or OpenImageIO ("oiio").
+Rgba peer(const std::string& file, const std::string& who, int frame = 0) {
+  vt::TempDir d;
+  Rgba out;
+  std::string size;
+  const std::string raw = d.path("p.raw");
+  if (who == "im") {
+    const std::string in = "'" + file + "[" + std::to_string(frame) + "]'";
+    if (vt::run("convert " + in + " -coalesce -format '%w %h' info:", &size) != 0) return out;
+    vt::run("convert " + in + " -coalesce -depth 16 -endian LSB -define quantum:format=integer rgba:'" + raw + "'");
+  } else if (who == "oiio-floats") {  // floats as they are, made 16-bit as ours() makes them
+    if (vt::run("/usr/bin/python3 " VORA_TEST_TOOLS "/oiio_pixels.py floats '" + file + "' '" + raw + "'", &size) != 0) return out;
+    int channels = 0;
+    sscanf(size.c_str(), "%d %d %d", &out.w, &out.h, &channels);
+    const vt::Bytes b = vt::readFile(raw);
+    const size_t n = size_t(out.w) * out.h;
+    if (channels < 1 || b.size() != n * channels * 4) return out.w = 0, out;
+    out.px.assign(n * 4, 65535);
+    for (size_t i = 0; i < n; ++i)
+      for (int c = 0; c < std::min(channels, 4); ++c) {
+        float v;
+        memcpy(&v, &b[(i * channels + c) * 4], 4);
+        out.px[i * 4 + c] = uint16_t(std::lround(std::clamp(v, 0.0f, 1.0f) * 65535.0f));
+      }
+    return out;
+  } else {
+    if (vt::run("/usr/bin/python3 " VORA_TEST_TOOLS "/oiio_pixels.py read '" + file + "' '" + raw + "' --unassociated", &size) != 0)
+      return out;
+  }
+  int channels = 4, bits = 16;
+  sscanf(size.c_str(), "%d %d %d %d", &out.w, &out.h, &channels, &bits);
+  const vt::Bytes b = vt::readFile(raw);
+  const size_t n = size_t(out.w) * out.h;
+  if (b.size() != n * channels * (bits / 8)) return out.w = 0, out;
+  out.px.assign(n * 4, 65535);
+  for (size_t i = 0; i < n; ++i)
+    for (int c = 0; c < 4; ++c) {
+      const int from = c < 3 ? (channels >= 3 ? c : 0) : (channels == 2 || channels == 4 ? channels - 1 : -1);
+      if (from < 0) continue;
+      const size_t at = (i * channels + from) * (bits / 8);
+      out.px[i * 4 + c] = bits == 8 ? uint16_t(b[at] * 257) : uint16_t(b[at] | b[at + 1] << 8);
+    }
+  return out;
+}
+
+// The largest difference of two pictures of one size, or 65536 when they differ in size.
+int largest(const Rgba& a, const Rgba& b) {
+  if (a.w != b.w || a.h != b.h || a.w == 0) return 65536;
+  int m = 0;
+  for (size_t i = 0; i < a.px.size(); ++i) m = std::max(m, std::abs(int(a.px[i]) - int(b.px[i])));
+  return m;
+}
+
+// Peak signal to noise of a lossy copy, in dB (0 when the sizes differ).
+double psnr(const Rgba& a, const Rgba& b) {
+  if (a.w != b.w || a.h != b.h || a.w == 0) return 0;
+  double e = 0;
+  for (size_t i = 0; i < a.px.size(); ++i) e += (double(a.px[i]) - b.px[i]) * (double(a.px[i]) - b.px[i]);
+  return e == 0 ? 99 : 10 * std::log10(65535.0 * 65535.0 * double(a.px.size()) / e);
+}
+
+// A picture of w x h with a gradient and noise; with colours > 0 only that many colours, with
+// colours < 0 smooth.
+Rgba picture(int w, int h, unsigned seed, int colours = 0) {
+  Rgba p{w, h, std::vector<uint16_t>(size_t(w) * h * 4)};
+  std::mt19937 rng(seed);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x)
+      for (int c = 0; c < 4; ++c) {
+        int v = c == 3 ? (x * 65535 / (w - 1)) : int((x * 2000 + y * 3000 + c * 9000 + rng() % 4000) % 65536);
+        if (colours < 0) v = c == 3 ? 65535 : x * 1000 + y * 1500 + c * 5000;  // smooth, for lossy coding
+        else if (colours) v = c == 3 ? (x < w / 2 ? 0 : 65535) : int(((x / 4 + y / 3 + c) % colours) * 65535 / colours);
+        p.px[(size_t(y) * w + x) * 4 + c] = uint16_t(v);
+      }
+  return p;
+}
+
+// Writes p through the plug-in with channels (1-4) and bits; returns what the file should hold
+// as RGBA (grey from red, no alpha: opaque, 8 bits: the high byte), or w == 0 on failure.
+Rgba write(const std::string& file, const char* key, const Rgba& p, int channels, int bits,
+           std::vector<const char*> settings = {}) {
+  loadBundled();
+  IMF_info info;
+  IMF_info_init(&info);
+  info.name = file.c_str(), info.key = key;
+  IMF_image& r = info.image;
+  r.xMax = p.w - 1, r.yMax = p.h - 1, r.topDown = 1;
+  r.colorChannels = channels >= 3 ? 3 : 1, r.matteChannels = channels % 2 == 0;
+  r.colorBits = bits, r.colorType = bits == 32 ? IMF_TYPE_FLOAT : IMF_TYPE_INT;
+  info.settings.items = settings.data(), info.settings.count = int32_t(settings.size());
+  Rgba want = p;
+  IMF_object* o = IMF_open(&info, "w");
+  if (!o) return want.w = 0, want;
+  void** planes = IMF_chan_alloc(&r, p.w, nullptr);
+  for (int y = 0; y < p.h; ++y) {
+    for (int x = 0; x < p.w; ++x) {
+      uint16_t* q = &want.px[(size_t(y) * p.w + x) * 4];
+      if (bits == 8)
+        for (int c = 0; c < 4; ++c) q[c] = uint16_t((q[c] >> 8) * 257);
+      if (r.colorChannels == 1) q[1] = q[2] = q[0];
+      if (!r.matteChannels) q[3] = 65535;
+      for (int c = 0; c < r.colorChannels + r.matteChannels; ++c) {
+        const uint16_t v = q[c == r.colorChannels ? 3 : c];
+        if (bits == 8) static_cast<uint8_t*>(planes[c])[x] = uint8_t(v >> 8);
+        else if (bits == 16) static_cast<uint16_t*>(planes[c])[x] = v;
+        else static_cast<float*>(planes[c])[x] = float(v) / 65535.0f;
+      }
+    }
+    if (IMF_scan_write(o, y, planes) != 0) want.w = 0;
+  }
+  IMF_chan_free(planes);
+  if (IMF_close(o) != 0) want.w = 0;
+  return want;
+}
+
+const std::string kSamples = VORA_TEST_DATA "/plugins";
+
+std::vector<std::string> samples() {
+  std::vector<std::string> files;
+  for (const auto& e : fs::recursive_directory_iterator(kSamples))
+    if (e.is_regular_file()) files.push_back(e.path().string());
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+}  // namespace
+
+// Every sample (tests/data/plugins, made by tests/tools/make_plugin_samples.sh) read as its peer
+// reads it: exactly, but for JPEG's colour conversions and float rounding.
+TEST(PluginInterop, PeerFilesReadAsThePeersReadThem) {
+  int files = 0;
+  for (const std::string& f : samples()) {
+    const std::string ext = fs::path(f).extension().string();
+    // ImageMagick reads its own bottom-origin TGA files upside down, and OpenImageIO hands EXR
+    // and float TIFF over premultiplied: OpenImageIO is the peer of TGA, ImageMagick of the rest.
+    // EXR is linear light, which ImageMagick turns into sRGB on reading.
+    const std::string who = ext == ".tga" ? "oiio" : ext == ".exr" ? "oiio-floats" : "im";
+    // JPEG: the peers' colour conversions; TIFF palettes are 16-bit, read here at 8 bits.
+    const int tolerance = ext == ".jpg" ? 3 * 257 : f.find("palette.tif") != std::string::npos ? 255
+                                                  : f.find("float.tif") != std::string::npos ? 1 : 0;
+    for (int frame = 0; frame < (f.find("2pages") != std::string::npos || f.find("2frames") != std::string::npos ? 2 : 1); ++frame) {
+      SCOPED_TRACE(f + " frame " + std::to_string(frame));
+      const Rgba a = ours(f, frame), b = peer(f, who, frame);
+      ASSERT_GT(b.w, 0) << "the peer cannot read it";
+      EXPECT_LE(largest(a, b), tolerance);
+    }
+    ++files;
+  }
+  EXPECT_EQ(files, 34);
+}
+
+// Pictures written at each channel layout and depth of each format, read by a peer as given.
+TEST(PluginInterop, PeersReadWhatIsWritten) {
+  struct Case {
+    const char* key;
+    const char* ext;
+    int channels, bits;
+    const char* who;
+    int tolerance, colours;
+    std::vector<const char*> settings;
+  } cases[] = {
+      {"png", "png", 1, 8, "im", 0, 0, {}},      {"png", "png", 2, 8, "im", 0, 0, {}},
+      {"png", "png", 3, 16, "im", 0, 0, {}},     {"png", "png", 4, 16, "oiio", 0, 0, {}},
+      {"png", "png", 4, 8, "oiio", 0, 0, {}},    {"tiff", "tif", 1, 8, "im", 0, 0, {}},
+      {"tiff", "tif", 3, 16, "oiio", 0, 0, {"compression=lzw"}}, {"tiff", "tif", 4, 8, "im", 0, 0, {"tile=16x16"}},
+      {"tiff", "tif", 3, 32, "im", 1, 0, {"compression=none"}},  {"exr", "exr", 3, 32, "oiio-floats", 33, 0, {}},
+      {"exr", "exr", 4, 32, "oiio-floats", 0, 0, {"type=float"}}, {"jpeg", "jpg", 3, 8, "im", 36, -1, {"quality=95"}},
+      {"jpeg", "jpg", 1, 8, "oiio", 36, -1, {}}, {"gif", "gif", 3, 8, "im", 0, 40, {}},
+      {"gif", "gif", 4, 8, "oiio", 0, 40, {}},   {"webp", "webp", 3, 8, "oiio", 0, 0, {}},
+      {"webp", "webp", 4, 8, "im", 0, 0, {}},    {"tga", "tga", 1, 8, "oiio", 0, 0, {}},
+      {"tga", "tga", 3, 8, "im", 0, 0, {"compression=none"}},   {"tga", "tga", 4, 8, "oiio", 0, 0, {}},
+      {"bmp", "bmp", 1, 8, "im", 0, 0, {}},      {"bmp", "bmp", 3, 8, "oiio", 0, 0, {}},
+      {"bmp", "bmp", 4, 8, "im", 0, 0, {}},
+  };
+  vt::TempDir d;
+  unsigned seed = 1;
+  for (const Case& c : cases) {
+    const std::string file = d.path(std::string("w") + std::to_string(seed) + "." + c.ext);
+    SCOPED_TRACE(file + " " + std::to_string(c.channels) + " channels, " + std::to_string(c.bits) + " bits, " + c.who);
+    const Rgba want = write(file, c.key, picture(31, 13, seed++, c.colours), c.channels, c.bits, c.settings);
+    ASSERT_GT(want.w, 0) << IMF_last_error();
+    const bool lossy = std::string(c.key) == "jpeg";
+    for (Rgba got : {peer(file, c.who), ours(file)}) {
+      if (std::string(c.key) == "gif" && c.channels == 4 && got.px.size() == want.px.size())
+        for (size_t i = 3; i < got.px.size(); i += 4)  // a transparent GIF pixel has no colour of its own
+          if (want.px[i] == 0) memcpy(&got.px[i - 3], &want.px[i - 3], 6);
+      if (lossy) EXPECT_GE(psnr(got, want), c.tolerance);  // dB
+      else EXPECT_LE(largest(got, want), c.tolerance);
+    }
+  }
+}
+
+// Multi-frame files: frames written in order are the frames read, here and by ImageMagick.
+TEST(PluginInterop, FramesOfGifAndTiff) {
+  vt::TempDir d;
+  for (const char* key : {"gif", "tiff"}) {
+    const std::string file = d.path(std::string("f.") + key);
+    loadBundled();
+    IMF_info info;
+    IMF_info_init(&info);
+    info.name = file.c_str(), info.key = key;
+    info.image.xMax = 19, info.image.yMax = 9, info.image.colorChannels = 3, info.image.topDown = 1;
+    IMF_object* o = IMF_open(&info, "w");
+    ASSERT_NE(o, nullptr) << IMF_last_error();
+    void** planes = IMF_chan_alloc(&info.image, 20, nullptr);
+    for (int frame = 0; frame < 3; ++frame) {
+      if (frame) {
+        ASSERT_EQ(IMF_set_frame(o, frame), frame);
+      }
+      for (int y = 0; y < 10; ++y) {
+        for (int c = 0; c < 3; ++c) memset(planes[c], 40 * frame + 10 * c + y, 20);
+        ASSERT_EQ(IMF_scan_write(o, y, planes), 0);
+      }
+    }
+    IMF_chan_free(planes);
+    ASSERT_EQ(IMF_close(o), 0);
+    IMF_image r;
+    for (int frame = 0; frame < 3; ++frame) {
+      const Rgba a = ours(file, frame, &r), b = peer(file, "im", frame);
+      EXPECT_EQ(r.frames, 3);
+      EXPECT_EQ(largest(a, b), 0) << key << " frame " << frame;
+      EXPECT_EQ(a.px[4 * 20 * 5 + 1], (40 * frame + 10 + 5) * 257) << key << " frame " << frame;
+    }
+    EXPECT_EQ(ours(file, 3).w, 0);
+  }
+}
+
+// Every sample cut short and with bytes flipped: each read ends in an answer, never a crash
+// (the suite also runs under ASan and UBSan); a file cut inside its header is refused.
+TEST(PluginMalformed, TruncatedAndFlippedFilesFailCleanly) {
+  vt::TempDir d;
+  std::mt19937 rng(11);
+  for (const std::string& f : samples()) {
+    const vt::Bytes good = vt::readFile(f);
+    const std::string bad = d.path("bad" + fs::path(f).extension().string());
+    for (size_t n : {size_t(0), size_t(3), size_t(12), good.size() / 3, good.size() / 2, good.size() - 1}) {
+      vt::writeFile(bad, vt::Bytes(good.begin(), good.begin() + long(n)));
+      const Rgba r = ours(bad);
+      if (n <= 12) {
+        EXPECT_EQ(r.w, 0) << f << " cut to " << n;
+      }
+    }
+    for (int round = 0; round < 12; ++round) {
+      vt::Bytes b = good;
+      for (int k = 0; k < 4; ++k) b[rng() % b.size()] = uint8_t(rng());
+      vt::writeFile(bad, b);
+      ours(bad, int(rng() % 2));
+    }
+  }
+}
