@@ -10,6 +10,7 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <vora/foundation/fl.h>
@@ -17,11 +18,31 @@
 
 namespace vplug {
 
+// An allocator that leaves new elements unset: the decoders write every sample of a picture, and
+// zero-filling hundreds of megabytes first cost as much as a fast codec's decoding.
+template <class T>
+struct NoInit : std::allocator<T> {
+  template <class U>
+  struct rebind {
+    using other = NoInit<U>;
+  };
+  using std::allocator<T>::allocator;
+  template <class U>
+  void construct(U* p) noexcept {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <class U, class... A>
+  void construct(U* p, A&&... a) {
+    ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+  }
+};
+using Samples = std::vector<uint8_t, NoInit<uint8_t>>;
+
 // One frame: samples of colour then matte interleaved per pixel, top line first, colorBits / 8
 // bytes each in machine order; depth as 4-byte samples.
 struct Picture {
   IMF_image image{};
-  std::vector<uint8_t> samples, depth;
+  Samples samples, depth;
   int width() const { return image.xMax - image.xMin + 1; }
   int height() const { return image.yMax - image.yMin + 1; }
   int channels() const { return image.colorChannels + image.matteChannels; }
@@ -42,7 +63,7 @@ struct Picture {
                    std::to_string(fileBytes) + " bytes",
              false;
     try {
-      samples.assign(bytes, 0);
+      samples.resize(bytes);
     } catch (const std::bad_alloc&) {
       return why = "out of memory", false;
     }
@@ -91,10 +112,31 @@ struct Handle {
   std::vector<std::string> settingTexts;
   std::vector<const char*> settingPointers;
   IMF_settings settings{};
+  void* stream = nullptr;  // a codec's own writer, fed line by line
+  int nextLine = 0;
+  Samples line;            // one interleaved line for the stream
 };
 
 inline void say(char* error, size_t size, const std::string& why) {
   if (error && size) snprintf(error, size, "%s", why.c_str());
+}
+
+// Interleaved samples of one line to and from planes, typed so that the loops are plain copies.
+template <class T>
+void toPlanes(const uint8_t* line, void* const* planes, int w, int n) {
+  const T* s = reinterpret_cast<const T*>(line);
+  for (int c = 0; c < n; ++c) {
+    T* d = static_cast<T*>(planes[c]);
+    for (int x = 0; x < w; ++x) d[x] = s[size_t(x) * n + c];
+  }
+}
+template <class T>
+void fromPlanes(const void* const* planes, uint8_t* line, int w, int n) {
+  T* d = reinterpret_cast<T*>(line);
+  for (int c = 0; c < n; ++c) {
+    const T* s = static_cast<const T*>(planes[c]);
+    for (int x = 0; x < w; ++x) d[size_t(x) * n + c] = s[x];
+  }
 }
 
 // The IMF entry points over a codec:
@@ -102,6 +144,14 @@ inline void say(char* error, size_t size, const std::string& why) {
 //   static bool probe(const unsigned char*, size_t);
 //   static bool read(const char* path, std::vector<Picture>& frames, std::string& why);
 //   static bool write(const char* path, const std::vector<Picture>& frames, const IMF_settings*, std::string& why);
+// A codec that can encode line by line also has
+//   static void* beginStream(const char* path, const IMF_image&, const IMF_settings*, std::string& why);
+//   static bool streamLine(void* stream, const uint8_t* line, std::string& why);   // interleaved, top first
+//   static bool endStream(void* stream, bool keep, std::string& why);               // keep false: abandon
+// and is fed so when a single picture comes top line first: no picture is held whole.
+template <class C>
+concept Streams = requires(void* s, const uint8_t* l, std::string& w) { C::streamLine(s, l, w); };
+
 template <class Codec>
 struct Adapter {
   static int probe(const unsigned char* head, size_t n) { return Codec::probe(head, n) ? 1 : 0; }
@@ -135,6 +185,16 @@ struct Adapter {
     for (const std::string& s : h->settingTexts) h->settingPointers.push_back(s.c_str());
     h->settings.items = h->settingPointers.data(), h->settings.count = int32_t(h->settingPointers.size());
     std::string why;
+    if constexpr (Streams<Codec>) {
+      if (image->topDown && image->frames <= 1) {
+        Picture shape;
+        shape.image = *image;
+        h->line.resize(shape.rowBytes());
+        if (!(h->stream = Codec::beginStream(path, *image, &h->settings, why))) return say(error, errorSize, why), delete h, nullptr;
+        h->frames.push_back(std::move(shape));
+        return h;
+      }
+    }
     if (!begin(*h, *image, why)) {
       say(error, errorSize, why);
       delete h;
@@ -179,24 +239,33 @@ struct Adapter {
     if (line < 0 || line >= p.height()) return -1;
     const int w = p.width(), n = p.channels(), b = p.sampleBytes(), y = rowOf(p, line);
     const uint8_t* s = p.row(y);
-    for (int c = 0; c < n; ++c) {
-      uint8_t* d = static_cast<uint8_t*>(planes[c]);
-      for (int x = 0; x < w; ++x) memcpy(d + size_t(x) * b, s + (size_t(x) * n + c) * b, size_t(b));
-    }
+    if (b == 1) toPlanes<uint8_t>(s, planes, w, n);
+    else if (b == 2) toPlanes<uint16_t>(s, planes, w, n);
+    else toPlanes<uint32_t>(s, planes, w, n);
     if (p.image.depthChannels && !p.depth.empty()) memcpy(planes[n], p.depth.data() + size_t(y) * w * 4, size_t(w) * 4);
     return 0;
   }
 
-  static int writeLine(void* handle, int line, const void* const* planes, char*, size_t) {
+  static int writeLine(void* handle, int line, const void* const* planes, char* error, size_t errorSize) {
     Handle& h = *static_cast<Handle*>(handle);
     Picture& p = h.frames[size_t(h.current)];
     if (line < 0 || line >= p.height()) return -1;
+    if constexpr (Streams<Codec>) {
+      if (h.stream) {
+        if (line != h.nextLine++) return say(error, errorSize, "lines are written top first, in order"), -1;
+        const int n = p.channels(), b = p.sampleBytes();
+        if (b == 1) fromPlanes<uint8_t>(planes, h.line.data(), p.width(), n);
+        else if (b == 2) fromPlanes<uint16_t>(planes, h.line.data(), p.width(), n);
+        else fromPlanes<uint32_t>(planes, h.line.data(), p.width(), n);
+        std::string why;
+        return Codec::streamLine(h.stream, h.line.data(), why) ? 0 : (say(error, errorSize, why), -1);
+      }
+    }
     const int w = p.width(), n = p.channels(), b = p.sampleBytes(), y = rowOf(p, line);
     uint8_t* d = p.row(y);
-    for (int c = 0; c < n; ++c) {
-      const uint8_t* s = static_cast<const uint8_t*>(planes[c]);
-      for (int x = 0; x < w; ++x) memcpy(d + (size_t(x) * n + c) * b, s + size_t(x) * b, size_t(b));
-    }
+    if (b == 1) fromPlanes<uint8_t>(planes, d, w, n);
+    else if (b == 2) fromPlanes<uint16_t>(planes, d, w, n);
+    else fromPlanes<uint32_t>(planes, d, w, n);
     if (p.image.depthChannels) memcpy(p.depth.data() + size_t(y) * w * 4, planes[n], size_t(w) * 4);
     return 0;
   }
@@ -208,7 +277,14 @@ struct Adapter {
       std::string why;
       bool ok = false;
       try {
-        ok = Codec::write(h->path.c_str(), h->frames, &h->settings, why);
+        if constexpr (Streams<Codec>) {
+          const bool whole = h->stream && h->nextLine == h->frames[0].height();
+          if (h->stream) ok = Codec::endStream(h->stream, whole, why) && whole;
+          else ok = Codec::write(h->path.c_str(), h->frames, &h->settings, why);
+          if (h->stream && !whole && why.empty()) why = "not every line was written";
+        } else {
+          ok = Codec::write(h->path.c_str(), h->frames, &h->settings, why);
+        }
       } catch (const std::exception& e) {
         why = e.what();
       }

@@ -1,6 +1,7 @@
 // OpenEXR through its library: R, G, B (or Y), A and Z channels of half, float or uint samples
-// read as floats, the data window kept; written as half ("type=float" for floats) with Z as
-// float depth, "compression" none, rle, zips, zip (default), piz or pxr24.
+// read as floats, the data window kept; written from floats or from 8 and 16-bit integers (as
+// 0..1) as half ("type=float" for floats) with Z as float depth, "compression" none, rle, zips,
+// zip (default), piz or pxr24.
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
@@ -17,7 +18,7 @@ using vplug::Picture;
 
 struct ExrCodec {
   static constexpr uint32_t flags = IMF_CAN_READ | IMF_CAN_WRITE;
-  static constexpr uint32_t bitsMask = 1u << 31;
+  static constexpr uint32_t bitsMask = 1u << 7 | 1u << 15 | 1u << 31;
   static constexpr int maxMatte = 1, maxDepth = 1;
   static constexpr uint32_t scanOrders = IMF_ORDER_TOP_DOWN | IMF_ORDER_BOTTOM_UP;
 
@@ -58,8 +59,8 @@ struct ExrCodec {
 
   static bool write(const char* path, const std::vector<Picture>& frames, const IMF_settings* s, std::string& why) {
     const Picture& p = frames[0];
-    if (p.image.colorType != IMF_TYPE_FLOAT || p.image.colorBits != 32 || (p.image.depthChannels && p.image.depthType != IMF_TYPE_FLOAT))
-      return why = "OpenEXR is written from floats", false;
+    if ((p.image.colorBits == 32 && p.image.colorType != IMF_TYPE_FLOAT) || (p.image.depthChannels && p.image.depthType != IMF_TYPE_FLOAT))
+      return why = "OpenEXR is written from floats or 8 and 16-bit integers, depth from floats", false;
     const std::string method = vplug::setting(s, "compression", "zip");
     const Imf::Compression compression = method == "none" ? Imf::NO_COMPRESSION : method == "rle" ? Imf::RLE_COMPRESSION
                                          : method == "zips" ? Imf::ZIPS_COMPRESSION : method == "piz" ? Imf::PIZ_COMPRESSION
@@ -73,12 +74,32 @@ struct ExrCodec {
     for (int c = 0; c < p.image.colorChannels; ++c) header.channels().insert(names[c], Imf::Channel(type));
     if (p.image.matteChannels) header.channels().insert("A", Imf::Channel(type));
     if (p.image.depthChannels) header.channels().insert("Z", Imf::Channel(Imf::FLOAT));
-    // Slices of the channels' own type: the library does not convert on writing.
+    // Slices of the channels' own type (the library does not convert on writing); integers go
+    // through a table of their values.
+    const size_t count = size_t(w) * h * n;
     std::vector<half> halves;
+    std::vector<float> floats;
     const char* data = reinterpret_cast<const char*>(p.samples.data());
-    if (type == Imf::HALF) {
-      const float* f = reinterpret_cast<const float*>(p.samples.data());
-      halves.assign(f, f + size_t(w) * h * n);
+    if (p.image.colorBits != 32) {
+      const int levels = p.image.colorBits == 8 ? 256 : 65536;
+      const uint16_t* wide = reinterpret_cast<const uint16_t*>(p.samples.data());
+      auto at = [&](size_t i) { return p.image.colorBits == 8 ? p.samples[i] : wide[i]; };
+      if (type == Imf::HALF) {
+        std::vector<half> table(static_cast<size_t>(levels));
+        for (int v = 0; v < levels; ++v) table[size_t(v)] = half(float(v) / float(levels - 1));
+        halves.resize(count);
+        for (size_t i = 0; i < count; ++i) halves[i] = table[at(i)];
+        data = reinterpret_cast<const char*>(halves.data());
+      } else {
+        std::vector<float> table(static_cast<size_t>(levels));
+        for (int v = 0; v < levels; ++v) table[size_t(v)] = float(v) / float(levels - 1);
+        floats.resize(count);
+        for (size_t i = 0; i < count; ++i) floats[i] = table[at(i)];
+        data = reinterpret_cast<const char*>(floats.data());
+      }
+    } else if (type == Imf::HALF) {
+      const float* f = reinterpret_cast<const float*>(data);
+      halves.assign(f, f + count);
       data = reinterpret_cast<const char*>(halves.data());
     }
     const size_t size = type == Imf::HALF ? 2 : 4;

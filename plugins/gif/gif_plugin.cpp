@@ -60,6 +60,7 @@ struct GifCodec {
     Picture canvas;
     // LZW codes of 12 bits stand for at most 4096 pixels each: 4 x 4096 bounds the expansion.
     if (!canvas.create(W, H, 3, 1, 8, IMF_TYPE_INT, int64_t(file.size()), 4096 * 4 * 2, why)) return false;
+    std::fill(canvas.samples.begin(), canvas.samples.end(), 0);  // the screen starts transparent
     int transparent = -1, disposal = 0;
     std::vector<GifByteType> line;
     for (GifRecordType type; ;) {

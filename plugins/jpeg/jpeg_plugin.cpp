@@ -30,7 +30,7 @@ struct JpegCodec {
   static constexpr uint32_t flags = IMF_CAN_READ | IMF_CAN_WRITE;
   static constexpr uint32_t bitsMask = 1u << 7;
   static constexpr int maxMatte = 0, maxDepth = 0;
-  static constexpr uint32_t scanOrders = IMF_ORDER_TOP_DOWN | IMF_ORDER_BOTTOM_UP;
+  static constexpr uint32_t scanOrders = IMF_ORDER_TOP_DOWN;  // streamed top line first
 
   static bool probe(const unsigned char* head, size_t n) { return n >= 3 && head[0] == 0xFF && head[1] == 0xD8 && head[2] == 0xFF; }
 
@@ -78,38 +78,75 @@ struct JpegCodec {
     return ok;
   }
 
-  static bool write(const char* path, const std::vector<Picture>& frames, const IMF_settings* settings, std::string& why) {
-    const Picture& p = frames[0];
-    if (p.image.colorBits != 8 || p.image.colorChannels == 0) return why = "JPEG holds 8-bit grey or RGB pictures", false;
-    const int quality = std::stoi(vplug::setting(settings, "quality", "90"));
-    FILE* out = fopen(path, "wb");
-    if (!out) return why = std::string("cannot be created: ") + strerror(errno), false;
+  // Writing streams: each line is coded as it comes, no picture is held whole.
+  struct Writer {
     jpeg_compress_struct info;
     Failure failure;
-    info.err = jpeg_std_error(&failure.manager);
-    failure.manager.error_exit = onError;
-    if (setjmp(failure.back)) {
-      jpeg_destroy_compress(&info);
-      fclose(out);
-      why = failure.message;
-      return false;
-    }
-    jpeg_create_compress(&info);
-    jpeg_stdio_dest(&info, out);
-    info.image_width = JDIMENSION(p.width()), info.image_height = JDIMENSION(p.height());
-    info.input_components = p.channels();
-    info.in_color_space = p.channels() == 1 ? JCS_GRAYSCALE : JCS_RGB;
-    jpeg_set_defaults(&info);
-    jpeg_set_quality(&info, quality < 1 ? 1 : quality > 100 ? 100 : quality, TRUE);
-    jpeg_start_compress(&info, TRUE);
-    for (int y = 0; y < p.height(); ++y) {
-      JSAMPROW row = const_cast<JSAMPROW>(p.row(y));
-      jpeg_write_scanlines(&info, &row, 1);
-    }
-    jpeg_finish_compress(&info);
-    jpeg_destroy_compress(&info);
-    if (fclose(out) != 0) return why = std::string("cannot be finished: ") + strerror(errno), false;
+    FILE* out = nullptr;
+  };
+
+  // The calls that may jump, each with no object of its own that a jump would skip.
+  static bool start(Writer& w, const IMF_image& image, int quality) {
+    if (setjmp(w.failure.back)) return false;
+    jpeg_create_compress(&w.info);
+    jpeg_stdio_dest(&w.info, w.out);
+    w.info.image_width = JDIMENSION(image.xMax - image.xMin + 1), w.info.image_height = JDIMENSION(image.yMax - image.yMin + 1);
+    w.info.input_components = image.colorChannels;
+    w.info.in_color_space = image.colorChannels == 1 ? JCS_GRAYSCALE : JCS_RGB;
+    jpeg_set_defaults(&w.info);
+    jpeg_set_quality(&w.info, quality < 1 ? 1 : quality > 100 ? 100 : quality, TRUE);
+    jpeg_start_compress(&w.info, TRUE);
     return true;
+  }
+  static bool line(Writer& w, const uint8_t* row) {
+    if (setjmp(w.failure.back)) return false;
+    JSAMPROW r = const_cast<JSAMPROW>(row);
+    jpeg_write_scanlines(&w.info, &r, 1);
+    return true;
+  }
+  static bool finish(Writer& w) {
+    if (setjmp(w.failure.back)) return false;
+    jpeg_finish_compress(&w.info);
+    return true;
+  }
+
+  static void* beginStream(const char* path, const IMF_image& image, const IMF_settings* settings, std::string& why) {
+    if (image.colorBits != 8 || image.colorChannels == 0 || image.matteChannels || image.depthChannels)
+      return why = "JPEG holds 8-bit grey or RGB pictures", nullptr;
+    const int quality = std::stoi(vplug::setting(settings, "quality", "90"));
+    auto* w = new Writer;
+    w->info.err = jpeg_std_error(&w->failure.manager);
+    w->failure.manager.error_exit = onError;
+    if (!(w->out = fopen(path, "wb"))) return why = std::string("cannot be created: ") + strerror(errno), delete w, nullptr;
+    if (!start(*w, image, quality)) {
+      std::string ignored;
+      why = w->failure.message;
+      endStream(w, false, ignored);
+      return nullptr;
+    }
+    return w;
+  }
+  static bool streamLine(void* s, const uint8_t* row, std::string& why) {
+    auto* w = static_cast<Writer*>(s);
+    return line(*w, row) || (why = w->failure.message, false);
+  }
+  static bool endStream(void* s, bool keep, std::string& why) {
+    auto* w = static_cast<Writer*>(s);
+    bool ok = keep && finish(*w);
+    if (keep && !ok) why = w->failure.message;
+    jpeg_destroy_compress(&w->info);
+    if (fclose(w->out) != 0 && ok) ok = false, why = std::string("cannot be finished: ") + strerror(errno);
+    delete w;
+    return ok;
+  }
+
+  // Pictures given bottom line first are held whole and coded at the end.
+  static bool write(const char* path, const std::vector<Picture>& frames, const IMF_settings* settings, std::string& why) {
+    const Picture& p = frames[0];
+    void* s = beginStream(path, p.image, settings, why);
+    bool ok = s != nullptr;
+    for (int y = 0; ok && y < p.height(); ++y) ok = streamLine(s, p.row(y), why);
+    return s && endStream(s, ok, why) && ok;
   }
 };
 

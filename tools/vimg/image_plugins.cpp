@@ -78,6 +78,14 @@ bool readPlugin(const std::string& path, const char* key, Image& img, std::strin
   for (int l = 0; ok && l < img.height; ++l) {
     ok = IMF_scan_read(in, l, line) == 0;
     const int y = r.topDown ? img.height - 1 - l : l;  // our rows are bottom line first
+    if (ok && r.colorBits == 8 && r.colorChannels == 3) {  // the common case, as plain copies
+      uint8_t* d = &img.pixels[size_t(y) * img.width * 4];
+      const uint8_t *red = static_cast<uint8_t*>(line[0]), *green = static_cast<uint8_t*>(line[1]),
+                    *blue = static_cast<uint8_t*>(line[2]), *matte = r.matteChannels ? static_cast<uint8_t*>(line[3]) : nullptr;
+      for (int x = 0; x < img.width; ++x)
+        d[4 * x] = blue[x], d[4 * x + 1] = green[x], d[4 * x + 2] = red[x], d[4 * x + 3] = matte ? matte[x] : 255;
+      continue;
+    }
     for (int x = 0; ok && x < img.width; ++x) {
       uint16_t v[4] = {0, 0, 0, 0xFFFF};  // blue, green, red, alpha
       if (r.colorChannels == 3)
@@ -109,7 +117,8 @@ bool writePlugin(const std::string& path, const char* key, const Image& src, con
     bits = up ? up : down;
   }
   if (bits != 8 && bits != 16 && bits != 32) return error = path + ": " + key + " takes no 8, 16 or 32-bit samples", false;
-  const Image img = withBytes(src, bits == 8 ? 1 : 2);
+  Image converted;  // only when the depth changes: a copy of a large picture costs as much as a fast codec
+  const Image& img = src.bytes == (bits == 8 ? 1 : 2) ? src : (converted = withBytes(src, bits == 8 ? 1 : 2));
   IMF_info info;
   IMF_info_init(&info);
   info.name = info.handle = path.c_str(), info.key = key, info.program = "Vora";
@@ -130,6 +139,17 @@ bool writePlugin(const std::string& path, const char* key, const Image& src, con
   bool ok = line != nullptr;
   for (int l = 0; ok && l < img.height; ++l) {
     const int y = r.topDown ? img.height - 1 - l : l;
+    if (bits == 8 && img.bytes == 1 && r.colorChannels == 3) {  // the common case, as plain copies
+      const uint8_t* s = &img.pixels[size_t(y) * img.width * 4];
+      uint8_t *red = static_cast<uint8_t*>(line[0]), *green = static_cast<uint8_t*>(line[1]), *blue = static_cast<uint8_t*>(line[2]);
+      uint8_t* matte = r.matteChannels ? static_cast<uint8_t*>(line[3]) : nullptr;
+      for (int x = 0; x < img.width; ++x) {
+        blue[x] = s[4 * x], green[x] = s[4 * x + 1], red[x] = s[4 * x + 2];
+        if (matte) matte[x] = s[4 * x + 3];
+      }
+      ok = IMF_scan_write(out, l, line) == 0;
+      continue;
+    }
     for (int x = 0; x < img.width; ++x) {
       const size_t at = (size_t(y) * img.width + x) * 4;
       auto element = [&](int e) -> uint32_t {
