@@ -21,7 +21,7 @@ struct Source {
 int readBytes(GifFileType* gif, GifByteType* out, int n) {
   auto* s = static_cast<Source*>(gif->UserData);
   const size_t k = std::min(size_t(n < 0 ? 0 : n), s->size - s->at);
-  memcpy(out, s->data + s->at, k);
+  if (k) memcpy(out, s->data + s->at, k);  // an empty file has no data at all
   s->at += k;
   return int(k);
 }
