@@ -26,11 +26,11 @@ struct Plugins {
   }
   // Runs the driver with the environment given ("" unsets); out gets standard output, err standard error.
   int driver(const std::string& args, const std::string& path, const std::string& location, std::string& out,
-             std::string& err) {
+             std::string& err, const char* program = VORA_PLUGIN_DRIVER) {
     auto set = [](const char* n, const std::string& v) { return v.empty() ? "" : std::string(n) + "='" + v + "' "; };
     out.clear();
     int r = vt::run("cd '" + d.dir() + "' && env -u IMF_PLUG_IN_PATH -u VORA_LOCATION " + set("IMF_PLUG_IN_PATH", path) +
-                        set("VORA_LOCATION", location) + VORA_PLUGIN_DRIVER " " + args + " 2> err.txt",
+                        set("VORA_LOCATION", location) + program + " " + args + " 2> err.txt",
                     &out);
     vt::Bytes e = vt::readFile(d.path("err.txt"));
     err.assign(e.begin(), e.end());
@@ -95,6 +95,19 @@ TEST(PluginLoader, EightThreadsLoadOnce) {
                                              "/valid.so\nrefused " + s.a +
                                              "/oldabi.so: entry-point table of version 0, this library takes 1\n");
 }
+
+#ifdef VORA_PLUGIN_DRIVER_TSAN
+// The same under ThreadSanitizer, ten times: one thread loads, the others wait, no race reported.
+TEST(PluginLoader, EightThreadsLoadOnceUnderThreadSanitizer) {
+  Plugins s;
+  for (int round = 0; round < 10; ++round) {
+    std::string out, err;
+    ASSERT_EQ(s.driver("threads", s.a, s.home, out, err, VORA_PLUGIN_DRIVER_TSAN), 0) << err;
+    EXPECT_EQ(err.find("ThreadSanitizer"), std::string::npos) << err;
+    EXPECT_NE(out.find("row oldabi.so old\nrow valid.so tst\nformat"), std::string::npos) << out;
+  }
+}
+#endif
 
 namespace {
 int handOver(void** library, char** name) {
