@@ -151,6 +151,12 @@ void fromPlanes(const void* const* planes, uint8_t* line, int w, int n) {
 // and is fed so when a single picture comes top line first: no picture is held whole.
 template <class C>
 concept Streams = requires(void* s, const uint8_t* l, std::string& w) { C::streamLine(s, l, w); };
+// A codec that can decode line by line (single frames, top line first) also has
+//   static void* openStream(const char* path, IMF_image& image, std::string& why);
+//   static bool readStreamLine(void* stream, uint8_t* line, std::string& why);     // interleaved
+//   static void closeStream(void* stream);
+template <class C>
+concept ReadStreams = requires(void* s, uint8_t* l, std::string& w) { C::readStreamLine(s, l, w); };
 
 template <class Codec>
 struct Adapter {
@@ -160,6 +166,20 @@ struct Adapter {
     auto* h = new (std::nothrow) Handle;
     std::string why;
     bool ok = false;
+    if constexpr (ReadStreams<Codec>) {
+      if (!h) return nullptr;
+      Picture shape;
+      try {
+        h->stream = Codec::openStream(path, shape.image, why);
+      } catch (const std::exception& e) {
+        why = e.what();
+      }
+      if (!h->stream) return say(error, errorSize, why.empty() ? "cannot be read" : why), delete h, nullptr;
+      h->line.resize(shape.rowBytes());
+      h->frames.push_back(std::move(shape));
+      *image = h->frames[0].image;
+      return h;
+    }
     try {
       ok = h && Codec::read(path, h->frames, why) && !h->frames.empty();
     } catch (const std::exception& e) {
@@ -233,10 +253,18 @@ struct Adapter {
   // Line 0 is the top line of a top-down record, the bottom one otherwise.
   static int rowOf(const Picture& p, int line) { return p.image.topDown ? line : p.height() - 1 - line; }
 
-  static int readLine(void* handle, int line, void* const* planes, char*, size_t) {
+  static int readLine(void* handle, int line, void* const* planes, char* error, size_t errorSize) {
     Handle& h = *static_cast<Handle*>(handle);
     const Picture& p = h.frames[size_t(h.current)];
     if (line < 0 || line >= p.height()) return -1;
+    if constexpr (ReadStreams<Codec>) {
+      if (line != h.nextLine++) return say(error, errorSize, "lines are read top first, in order"), -1;
+      std::string why;
+      if (!Codec::readStreamLine(h.stream, h.line.data(), why)) return say(error, errorSize, why), -1;
+      if (p.sampleBytes() == 1) toPlanes<uint8_t>(h.line.data(), planes, p.width(), p.channels());
+      else toPlanes<uint16_t>(h.line.data(), planes, p.width(), p.channels());
+      return 0;
+    }
     const int w = p.width(), n = p.channels(), b = p.sampleBytes(), y = rowOf(p, line);
     const uint8_t* s = p.row(y);
     if (b == 1) toPlanes<uint8_t>(s, planes, w, n);
@@ -273,6 +301,9 @@ struct Adapter {
   static int close(void* handle, char* error, size_t errorSize) {
     auto* h = static_cast<Handle*>(handle);
     int r = 0;
+    if constexpr (ReadStreams<Codec>) {
+      if (!h->writing && h->stream) Codec::closeStream(h->stream);
+    }
     if (h->writing) {
       std::string why;
       bool ok = false;

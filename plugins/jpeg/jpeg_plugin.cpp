@@ -34,47 +34,72 @@ struct JpegCodec {
 
   static bool probe(const unsigned char* head, size_t n) { return n >= 3 && head[0] == 0xFF && head[1] == 0xD8 && head[2] == 0xFF; }
 
-  // Everything that may jump, with no object of its own that a jump would skip.
-  static bool decode(jpeg_decompress_struct& info, Picture& p, int64_t fileBytes, std::vector<uint8_t>& cmyk,
-                     std::string& why) {
-    jpeg_read_header(&info, TRUE);
-    const bool fourChannels = info.jpeg_color_space == JCS_CMYK || info.jpeg_color_space == JCS_YCCK;
-    info.out_color_space = fourChannels ? JCS_CMYK : info.num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
-    jpeg_calc_output_dimensions(&info);
-    const int colour = info.out_color_space == JCS_GRAYSCALE ? 1 : 3;
+  // Reading streams: each line is decoded as it is asked for, no picture is held whole.
+  struct Reader {
+    jpeg_decompress_struct info;
+    Failure failure;
+    std::vector<uint8_t> file, cmyk;
+    bool created = false, fourChannels = false;
+  };
+
+  // The calls that may jump, each with no object of its own that a jump would skip.
+  static bool start(Reader& r, IMF_image& image, std::string& why) {
+    if (setjmp(r.failure.back)) return why = r.failure.message, false;
+    jpeg_create_decompress(&r.info);
+    r.created = true;
+    jpeg_mem_src(&r.info, r.file.data(), static_cast<unsigned long>(r.file.size()));
+    jpeg_read_header(&r.info, TRUE);
+    r.fourChannels = r.info.jpeg_color_space == JCS_CMYK || r.info.jpeg_color_space == JCS_YCCK;
+    r.info.out_color_space = r.fourChannels ? JCS_CMYK : r.info.num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
+    jpeg_calc_output_dimensions(&r.info);
+    const int w = int(r.info.output_width), h = int(r.info.output_height), colour = r.info.out_color_space == JCS_GRAYSCALE ? 1 : 3;
     // A JPEG block of 64 samples takes at least a few bits: 4096 times expansion bounds any file.
-    if (!p.create(int(info.output_width), int(info.output_height), colour, 0, 8, IMF_TYPE_INT, fileBytes, 4096, why))
-      return false;
-    jpeg_start_decompress(&info);
-    if (fourChannels) cmyk.resize(size_t(p.width()) * 4);
-    for (int y = 0; y < p.height(); ++y) {
-      JSAMPROW row = fourChannels ? cmyk.data() : p.row(y);
-      if (jpeg_read_scanlines(&info, &row, 1) != 1) return why = "the file ends early", false;
-      // Adobe's CMYK is stored inverted: each colour is its ink times the black, over 255.
-      for (int x = 0; fourChannels && x < p.width(); ++x)
-        for (int c = 0; c < 3; ++c) p.row(y)[x * 3 + c] = uint8_t(cmyk[size_t(x) * 4 + c] * cmyk[size_t(x) * 4 + 3] / 255);
-    }
-    jpeg_finish_decompress(&info);
+    if (w < 1 || h < 1 || w > (1 << 20) || h > (1 << 20) ||
+        !FLdecodeok(uint64_t(w) * h * colour, int64_t(r.file.size()), 4096))
+      return why = std::to_string(w) + " x " + std::to_string(h) + " pixels cannot come from a file of " +
+                   std::to_string(r.file.size()) + " bytes",
+             false;
+    image = IMF_image{};
+    image.xMax = w - 1, image.yMax = h - 1, image.aspectWidth = image.aspectHeight = 1, image.pixelAspect = 1.0f;
+    image.colorChannels = colour, image.colorBits = 8, image.colorType = IMF_TYPE_INT;
+    image.depthBits = 32, image.depthType = IMF_TYPE_FLOAT, image.topDown = 1, image.frames = 1;
+    if (r.fourChannels) r.cmyk.resize(size_t(w) * 4);
+    jpeg_start_decompress(&r.info);
+    return true;
+  }
+  static bool row(Reader& r, uint8_t* out, std::string& why) {
+    if (setjmp(r.failure.back)) return why = r.failure.message, false;
+    JSAMPROW line = r.fourChannels ? r.cmyk.data() : out;
+    if (jpeg_read_scanlines(&r.info, &line, 1) != 1) return why = "the file ends early", false;
+    // Adobe's CMYK is stored inverted: each colour is its ink times the black, over 255.
+    for (size_t x = 0; r.fourChannels && x < r.info.output_width; ++x)
+      for (int c = 0; c < 3; ++c) out[x * 3 + c] = uint8_t(r.cmyk[x * 4 + c] * r.cmyk[x * 4 + 3] / 255);
     return true;
   }
 
+  static void* openStream(const char* path, IMF_image& image, std::string& why) {
+    auto* r = new Reader;
+    r->info.err = jpeg_std_error(&r->failure.manager);
+    r->failure.manager.error_exit = onError, r->failure.manager.emit_message = onMessage;
+    if (!vplug::readWhole(path, r->file, why) || !start(*r, image, why)) return closeStream(r), nullptr;
+    return r;
+  }
+  static bool readStreamLine(void* s, uint8_t* line, std::string& why) { return row(*static_cast<Reader*>(s), line, why); }
+  static void closeStream(void* s) {
+    auto* r = static_cast<Reader*>(s);
+    if (r->created) jpeg_destroy_decompress(&r->info);  // abandons what was not read
+    delete r;
+  }
+
   static bool read(const char* path, std::vector<Picture>& frames, std::string& why) {
-    std::vector<uint8_t> file, cmyk;
-    if (!vplug::readWhole(path, file, why)) return false;
+    IMF_image image;
+    void* s = openStream(path, image, why);
+    if (!s) return false;
     frames.resize(1);
-    jpeg_decompress_struct info;
-    Failure failure;
-    info.err = jpeg_std_error(&failure.manager);
-    failure.manager.error_exit = onError, failure.manager.emit_message = onMessage;
-    if (setjmp(failure.back)) {
-      jpeg_destroy_decompress(&info);
-      why = failure.message;
-      return false;
-    }
-    jpeg_create_decompress(&info);
-    jpeg_mem_src(&info, file.data(), static_cast<unsigned long>(file.size()));
-    const bool ok = decode(info, frames[0], int64_t(file.size()), cmyk, why);
-    jpeg_destroy_decompress(&info);
+    Picture& p = frames[0];
+    bool ok = p.create(image.xMax + 1, image.yMax + 1, image.colorChannels, 0, 8, IMF_TYPE_INT, -1, 0, why);
+    for (int y = 0; ok && y < p.height(); ++y) ok = readStreamLine(s, p.row(y), why);
+    closeStream(s);
     return ok;
   }
 
