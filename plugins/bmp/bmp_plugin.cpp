@@ -179,10 +179,7 @@ struct BmpCodec {
       }
       out.resize(start + stride, 0);
     }
-    FILE* f = fopen(path, "wb");
-    if (!f) return why = std::string("cannot be created: ") + strerror(errno), false;
-    const bool ok = fwrite(out.data(), 1, out.size(), f) == out.size();
-    return (fclose(f) == 0 && ok) || (why = "cannot be written", false);
+    return vplug::writeWhole(path, out.data(), out.size(), why);
   }
 };
 

@@ -1,6 +1,7 @@
 // What the bundled plug-ins share: pictures decoded whole when a file is opened and encoded whole
 // when it is closed, served line by line through the IMF entry points. A codec supplies probe,
-// read (every frame of a file) and write; this adapter does the rest, the same way for all.
+// read (every frame of a file) and write; this adapter does the rest, the same way for all. A
+// codec that can also decode or encode line by line is streamed instead (see Streams below).
 #pragma once
 
 #include <cerrno>
@@ -102,6 +103,14 @@ inline bool readWhole(const char* path, std::vector<uint8_t>& bytes, std::string
   const bool ok = fread(bytes.data(), 1, bytes.size(), f) == bytes.size();
   fclose(f);
   return ok || (why = "cannot be read", false);
+}
+
+// Writes a coded file whole; false with why.
+inline bool writeWhole(const char* path, const void* data, size_t size, std::string& why) {
+  FILE* f = fopen(path, "wb");
+  if (!f) return why = std::string("cannot be created: ") + strerror(errno), false;
+  const bool ok = fwrite(data, 1, size, f) == size;
+  return (fclose(f) == 0 && ok) || (why = "cannot be written", false);
 }
 
 struct Handle {

@@ -142,10 +142,7 @@ struct TgaCodec {
     out.insert(out.end(), 8, 0);  // no extension area, no developer directory
     const char footer[] = "TRUEVISION-XFILE.";
     out.insert(out.end(), footer, footer + sizeof footer);
-    FILE* f = fopen(path, "wb");
-    if (!f) return why = std::string("cannot be created: ") + strerror(errno), false;
-    const bool ok = fwrite(out.data(), 1, out.size(), f) == out.size();
-    return (fclose(f) == 0 && ok) || (why = "cannot be written", false);
+    return vplug::writeWhole(path, out.data(), out.size(), why);
   }
 };
 

@@ -64,11 +64,9 @@ struct WebpCodec {
                    WebPEncode(&config, &pic);
     WebPPictureFree(&pic);
     if (!encoded) return WebPMemoryWriterClear(&memory), why = "cannot be encoded", false;
-    FILE* f = fopen(path, "wb");
-    const bool ok = f && fwrite(memory.mem, 1, memory.size, f) == memory.size;
+    const bool ok = vplug::writeWhole(path, memory.mem, memory.size, why);
     WebPMemoryWriterClear(&memory);
-    if (!f) return why = std::string("cannot be created: ") + strerror(errno), false;
-    return (fclose(f) == 0 && ok) || (why = "cannot be written", false);
+    return ok;
   }
 };
 
