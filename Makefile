@@ -48,6 +48,10 @@ run: build
 	$(BUILD)/vimg seq frame $(BUILD)/frames/shot.0001.iff 42
 	$(BUILD)/vimg movie $(BUILD)/shot.avi '$(BUILD)/frames/shot.####.iff' --fps 24 --compressor mjpeg --quality 90
 	$(BUILD)/vimg info $(BUILD)/shot.avi
+	$(BUILD)/vimg plugins
+	$(BUILD)/vimg convert tests/data/iff/rgba8_70x66_rle.iff $(BUILD)/sample.webp
+	$(BUILD)/vimg convert $(BUILD)/sample.png $(BUILD)/sample.tif --bits 16 --set compression=lzw
+	$(BUILD)/vimg convert tests/data/plugins/gif/im_2frames.gif $(BUILD)/from_gif.iff
 
 test: build
 	cd $(BUILD) && ctest -j $(JOBS) --output-on-failure
