@@ -113,8 +113,9 @@ struct TgaCodec {
     const int pixelBytes = n;
     auto stored = [&](int y, int x, uint8_t* d) {  // blue, green, red, alpha order of the format
       const uint8_t* s0 = p.row(y) + size_t(x) * n;
-      if (grey) d[0] = s0[0], d[1] = n == 2 ? s0[1] : 0;
-      else d[0] = s0[2], d[1] = s0[1], d[2] = s0[0], d[3] = n == 4 ? s0[3] : 0;
+      if (grey) d[0] = s0[0];
+      else d[0] = s0[2], d[1] = s0[1], d[2] = s0[0];
+      if (p.image.matteChannels) d[n - 1] = s0[n - 1];
     };
     for (int y = 0; y < p.height(); ++y) {
       std::vector<uint8_t> row(size_t(p.width()) * pixelBytes);

@@ -31,10 +31,11 @@ void loadBundled() {
     static std::vector<std::string> files;
     for (const auto& e : fs::directory_iterator(VORA_PLUGIN_DIR)) files.push_back(e.path().string());
     static size_t next = 0;
+    static std::vector<TdynamicLoad> libraries(files.size());  // kept loaded for the process, as the loader does
     ERR_mask_s(0);
     IMF_init(0, [](void** library, char** name) -> int {
       if (next >= files.size()) return 0;
-      auto* lib = new TdynamicLoad;  // kept loaded for the process, as the loader does
+      TdynamicLoad* lib = &libraries[next];
       *library = lib->open(files[next].c_str(), 0) ? lib->handle() : nullptr;
       *name = files[next++].data();
       return 1;
