@@ -7,6 +7,7 @@
 
 #include "fuzz_file.h"
 #include <vora/foundation/dynamic_load.h>
+#include <vora/foundation/fl.h>
 #include <vora/imf.h>
 
 namespace {
@@ -16,6 +17,7 @@ std::string pluginPath = VORA_FUZZ_PLUGIN;
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   ERR_mask_s(0);
+  FLsetalloclimit(uint64_t(256) << 20);  // whole-picture codecs decode at open: keep within the RSS limit
   IMF_init(0, [](void** library, char** name) -> int {
     if (plugin.handle()) return 0;
     *library = plugin.open(pluginPath.c_str(), 0) ? plugin.handle() : nullptr;

@@ -35,6 +35,19 @@ void readBytes(png_structp png, png_bytep out, png_size_t n) {
   s->at += n;
 }
 
+// libpng allocates what a chunk's length says before it reads the chunk, so a damaged length would
+// cost gigabytes; every chunk up to IEND must lie inside the file. Returns the damaged chunk's offset.
+size_t chunkPastTheEnd(const std::vector<uint8_t>& file) {
+  for (size_t at = 8; at + 12 <= file.size();) {
+    const uint8_t* c = file.data() + at;
+    const size_t length = size_t(c[0]) << 24 | size_t(c[1]) << 16 | size_t(c[2]) << 8 | c[3];
+    if (length > file.size() - at - 12) return at;
+    if (memcmp(c + 4, "IEND", 4) == 0) return 0;
+    at += 12 + length;
+  }
+  return 0;  // a file cut between chunks: libpng says so when it reads there
+}
+
 struct PngCodec {
   static constexpr uint32_t flags = IMF_CAN_READ | IMF_CAN_WRITE;
   static constexpr uint32_t bitsMask = 1u << 7 | 1u << 15;
@@ -66,6 +79,8 @@ struct PngCodec {
   static bool read(const char* path, std::vector<Picture>& frames, std::string& why) {
     std::vector<uint8_t> file;
     if (!vplug::readWhole(path, file, why)) return false;
+    if (const size_t at = chunkPastTheEnd(file))
+      return why = "damaged at offset " + std::to_string(at) + ": a chunk runs past the end of the file", false;
     Failure failure;
     Source source{file.data(), file.size(), 0};
     frames.resize(1);

@@ -331,3 +331,32 @@ TEST(PluginMalformed, TruncatedAndFlippedFilesFailCleanly) {
     }
   }
 }
+
+// The codec libraries allocate what a chunk or attribute length says before reading it: a length
+// running past the end of the file is refused before it costs gigabytes.
+TEST(PluginMalformed, LengthsPastTheEndAreRefusedBeforeDecoding) {
+  vt::TempDir d;
+  const vt::Bytes huge = {0xF0, 0xFF, 0xFF, 0x7F};  // 0x7FFFFFF0, little-endian
+  struct Case {
+    std::string sample, name;
+    size_t at;          // where the damaged record is put
+    vt::Bytes record;   // what is put there
+  } cases[] = {
+      // after the PNG signature and IHDR: a tEXt chunk of 0x7FFFFFF0 bytes
+      {"png/im_rgba8.png", "bad.png", 33, {0x7F, 0xFF, 0xFF, 0xF0, 't', 'E', 'X', 't', 'k', 0}},
+      // first in the OpenEXR header: an attribute of a type unknown to the library, as large
+      {"exr/oiio_half.exr", "bad.exr", 8, {'x', 0, 'j', 'u', 'n', 'k', 0, huge[0], huge[1], huge[2], huge[3]}},
+  };
+  for (const Case& c : cases) {
+    vt::Bytes b = vt::readFile(kSamples + "/" + c.sample);
+    b.insert(b.begin() + long(c.at), c.record.begin(), c.record.end());
+    const std::string path = d.path(c.name);
+    vt::writeFile(path, b);
+    IMF_info info;
+    IMF_info_init(&info);
+    info.name = path.c_str();
+    loadBundled();
+    EXPECT_EQ(IMF_open(&info, "r"), nullptr) << c.name;
+    EXPECT_NE(std::string(IMF_last_error()).find("runs past the end of the file"), std::string::npos) << IMF_last_error();
+  }
+}
