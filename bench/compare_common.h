@@ -13,18 +13,21 @@
 
 namespace bench {
 
-// The comparers' command line: [--size N] [--rounds N] [DIR] (DIR: where the files go).
+// The comparers' command line: [--size N] [--rounds N] [--only CASE] [DIR] (DIR: where the files
+// go; CASE: one of the comparer's cases, by its name).
 struct Args {
-  int size, rounds;
-  std::string dir = "/tmp";
+  int size = 0, rounds = 0;
+  std::string dir = "/tmp", only;
 };
 
 inline Args parseArgs(int argc, char** argv, int size, int rounds) {
-  Args a{size, rounds};
+  Args a;
+  a.size = size, a.rounds = rounds;
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     if (arg == "--size" && i + 1 < argc) a.size = std::atoi(argv[++i]);
     else if (arg == "--rounds" && i + 1 < argc) a.rounds = std::atoi(argv[++i]);
+    else if (arg == "--only" && i + 1 < argc) a.only = argv[++i];
     else a.dir = arg;
   }
   return a;

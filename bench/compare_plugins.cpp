@@ -31,6 +31,7 @@ int main(int argc, char** argv) {
   vimg::ensurePlugins();
   printf("%dx%d RGBA 8-bit (JPEG RGB), vimg's plug-in path vs OpenImageIO, one thread, medians of %d\n", n, n, a.rounds);
   for (const Format& f : formats) {
+    if (!a.only.empty() && a.only != f.ext) continue;
     const std::string path = a.dir + "/vora_plugins_bench." + f.ext, ours = a.dir + "/vora_plugins_ours." + f.ext;
     std::vector<uint8_t> rgb;  // the picture with the channels of the format
     for (size_t i = 0; i < pic.size(); ++i)

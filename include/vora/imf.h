@@ -190,6 +190,11 @@ IMF_API int IMF_set_frame(IMF_object* object, int frame);
 IMF_API void** IMF_chan_alloc(const IMF_image* image, int width, int* planes_out);
 IMF_API void IMF_chan_free(void** planes);
 IMF_API int IMF_scan_read(IMF_object* object, int line, void* const* planes);
+/* The planes of a line joined into interleaved pixels (count samples of sampleBytes each per
+ * pixel), and split back: what most codecs take and give. The line must not overlap a plane;
+ * plane pointers may repeat when joining (grey into RGB). */
+IMF_API void IMF_planes_join(const void* const* planes, int count, int sampleBytes, int width, void* line);
+IMF_API void IMF_line_split(const void* line, int count, int sampleBytes, int width, void* const* planes);
 IMF_API int IMF_scan_write(IMF_object* object, int line, const void* const* planes);
 /* Closes and frees the object; 0 on success. */
 IMF_API int IMF_close(IMF_object* object);

@@ -130,24 +130,6 @@ inline void say(char* error, size_t size, const std::string& why) {
   if (error && size) snprintf(error, size, "%s", why.c_str());
 }
 
-// Interleaved samples of one line to and from planes, typed so that the loops are plain copies.
-template <class T>
-void toPlanes(const uint8_t* line, void* const* planes, int w, int n) {
-  const T* s = reinterpret_cast<const T*>(line);
-  for (int c = 0; c < n; ++c) {
-    T* d = static_cast<T*>(planes[c]);
-    for (int x = 0; x < w; ++x) d[x] = s[size_t(x) * n + c];
-  }
-}
-template <class T>
-void fromPlanes(const void* const* planes, uint8_t* line, int w, int n) {
-  T* d = reinterpret_cast<T*>(line);
-  for (int c = 0; c < n; ++c) {
-    const T* s = static_cast<const T*>(planes[c]);
-    for (int x = 0; x < w; ++x) d[size_t(x) * n + c] = s[x];
-  }
-}
-
 // The IMF entry points over a codec:
 //   static constexpr uint32_t flags, bitsMask, scanOrders; static constexpr int maxMatte, maxDepth;
 //   static bool probe(const unsigned char*, size_t);
@@ -270,15 +252,11 @@ struct Adapter {
       if (line != h.nextLine++) return say(error, errorSize, "lines are read top first, in order"), -1;
       std::string why;
       if (!Codec::readStreamLine(h.stream, h.line.data(), why)) return say(error, errorSize, why), -1;
-      if (p.sampleBytes() == 1) toPlanes<uint8_t>(h.line.data(), planes, p.width(), p.channels());
-      else toPlanes<uint16_t>(h.line.data(), planes, p.width(), p.channels());
+      IMF_line_split(h.line.data(), p.channels(), p.sampleBytes(), p.width(), planes);
       return 0;
     }
     const int w = p.width(), n = p.channels(), b = p.sampleBytes(), y = rowOf(p, line);
-    const uint8_t* s = p.row(y);
-    if (b == 1) toPlanes<uint8_t>(s, planes, w, n);
-    else if (b == 2) toPlanes<uint16_t>(s, planes, w, n);
-    else toPlanes<uint32_t>(s, planes, w, n);
+    IMF_line_split(p.row(y), n, b, w, planes);
     if (p.image.depthChannels && !p.depth.empty()) memcpy(planes[n], p.depth.data() + size_t(y) * w * 4, size_t(w) * 4);
     return 0;
   }
@@ -290,19 +268,13 @@ struct Adapter {
     if constexpr (Streams<Codec>) {
       if (h.stream) {
         if (line != h.nextLine++) return say(error, errorSize, "lines are written top first, in order"), -1;
-        const int n = p.channels(), b = p.sampleBytes();
-        if (b == 1) fromPlanes<uint8_t>(planes, h.line.data(), p.width(), n);
-        else if (b == 2) fromPlanes<uint16_t>(planes, h.line.data(), p.width(), n);
-        else fromPlanes<uint32_t>(planes, h.line.data(), p.width(), n);
+        IMF_planes_join(planes, p.channels(), p.sampleBytes(), p.width(), h.line.data());
         std::string why;
         return Codec::streamLine(h.stream, h.line.data(), why) ? 0 : (say(error, errorSize, why), -1);
       }
     }
     const int w = p.width(), n = p.channels(), b = p.sampleBytes(), y = rowOf(p, line);
-    uint8_t* d = p.row(y);
-    if (b == 1) fromPlanes<uint8_t>(planes, d, w, n);
-    else if (b == 2) fromPlanes<uint16_t>(planes, d, w, n);
-    else fromPlanes<uint32_t>(planes, d, w, n);
+    IMF_planes_join(planes, n, b, w, p.row(y));
     if (p.image.depthChannels) memcpy(p.depth.data() + size_t(y) * w * 4, planes[n], size_t(w) * 4);
     return 0;
   }

@@ -5,7 +5,10 @@
 #include <vora/foundation/dynamic_load.h>
 #include <vora/imf.h>
 
+#include <cstring>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "support/test_support.h"
 
@@ -173,4 +176,31 @@ TEST(Imf, WriteReadAndRefusals) {
   EXPECT_EQ(IMF_open(&info, "r"), nullptr);
   EXPECT_EQ(IMF_last_error(), shortFile + ": not a test image");
   EXPECT_EQ(IMF_get_file_type(d.path("missing").c_str(), 0, nullptr), nullptr);
+}
+
+// The interleaving kernels (vectorised per shape) against the plain per-sample loop, at widths
+// around the vector lengths and the shapes that have no kernel of their own.
+TEST(Imf, PlanesJoinAndSplitAsThePlainLoop) {
+  std::mt19937 rng(5);
+  for (int bytes : {1, 2, 4})
+    for (int count = 1; count <= 5; ++count)
+      for (int width : {0, 1, 15, 33, 1000}) {
+        std::vector<std::vector<uint8_t>> planes(size_t(count), std::vector<uint8_t>(size_t(width * bytes)));
+        std::vector<const void*> in;
+        for (auto& p : planes) {
+          for (auto& v : p) v = uint8_t(rng());
+          in.push_back(p.data());
+        }
+        std::vector<uint8_t> line(size_t(width * bytes * count) + 1, 0xAB), want(line);
+        for (int x = 0; x < width; ++x)
+          for (int c = 0; c < count; ++c)
+            memcpy(&want[size_t((x * count + c) * bytes)], &planes[size_t(c)][size_t(x * bytes)], size_t(bytes));
+        IMF_planes_join(in.data(), count, bytes, width, line.data());
+        ASSERT_EQ(line, want) << bytes << " bytes, " << count << " planes, width " << width;
+        std::vector<std::vector<uint8_t>> back(size_t(count), std::vector<uint8_t>(size_t(width * bytes)));
+        std::vector<void*> out;
+        for (auto& p : back) out.push_back(p.data());
+        IMF_line_split(line.data(), count, bytes, width, out.data());
+        ASSERT_EQ(back, planes) << bytes << " bytes, " << count << " planes, width " << width;
+      }
 }
