@@ -2,6 +2,7 @@
 #include "seq_group.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 #include <vora/imagefile.h>
 
@@ -17,7 +18,60 @@ const TstringArray& defaultSequenceFormats() {
   return formats;
 }
 
-Grouping groupSequences(const std::vector<std::string>& names, const TstringArray& formats) {
+namespace {
+
+// Names whose base names differ only in the values of their digits match the formats alike: the
+// matchers see digits as a class (zero apart, since padding decides between formats). So the
+// matcher runs once per such shape, and the frame of each further name is read from where it stood
+// in the first; what cannot be learnt so (a frame of ten digits or more may not fit, a negative
+// frame, a format with digits of its own) runs the matcher for every name.
+struct Shape {
+  bool learnt = false, matched = false;
+  size_t begin = 0, end = 0;  // the frame's digits in the base name
+  std::string middle;         // what stands for them in the pattern
+};
+
+std::string shapeOf(const std::string& base) {
+  std::string key = base;
+  for (char& c : key)
+    if (c >= '1' && c <= '9') c = '1';
+  return key;
+}
+
+bool isDigits(const std::string& s, size_t from, size_t to) {
+  for (size_t i = from; i < to; ++i)
+    if (s[i] < '0' || s[i] > '9') return false;
+  return to > from;
+}
+
+Shape learn(const std::string& base, bool matched, int frame, const std::string& pattern) {
+  Shape s;
+  s.matched = matched;
+  if (!matched) {  // learnt when no run of digits could be a frame too large for the matcher
+    size_t run = 0, longest = 0;
+    for (char c : base) longest = std::max(longest, run = (c >= '0' && c <= '9') ? run + 1 : 0);
+    s.learnt = longest < 10;
+    return s;
+  }
+  size_t head = 0, tail = 0;
+  while (head < base.size() && head < pattern.size() && base[head] == pattern[head]) ++head;
+  while (tail < base.size() - head && tail < pattern.size() - head &&
+         base[base.size() - 1 - tail] == pattern[pattern.size() - 1 - tail])
+    ++tail;
+  s.begin = head, s.end = base.size() - tail;
+  s.middle = pattern.substr(head, pattern.size() - tail - head);
+  s.learnt = isDigits(base, s.begin, s.end) && s.end - s.begin < 10 && !s.middle.empty() &&
+             s.middle.find_first_not_of('#') == std::string::npos &&
+             std::stoi(base.substr(s.begin, s.end - s.begin)) == frame;
+  return s;
+}
+
+}  // namespace
+
+Grouping groupSequences(const std::vector<std::string>& names, const TstringArray& formats, bool learnShapes) {
+  bool formatDigits = !learnShapes;
+  for (const Tstring& f : formats) formatDigits |= f.str().find_first_of("0123456789") != std::string::npos;
+  std::unordered_map<std::string, Shape> shapes;
   TstringArray saved;
   TimageSequence::getFileNameFormats(saved);
   TimageSequence::setFileNameFormats(formats);
@@ -25,15 +79,29 @@ Grouping groupSequences(const std::vector<std::string>& names, const TstringArra
   Grouping out;
   TimageSequence seq;
   for (const std::string& name : names) {
+    const size_t slash = name.rfind('/');
+    const std::string dir = slash == std::string::npos ? "" : name.substr(0, slash);
+    const std::string base = slash == std::string::npos ? name : name.substr(slash + 1);
+    Shape* known = nullptr;
+    if (!formatDigits) {
+      auto [it, fresh] = shapes.try_emplace(shapeOf(base));
+      if (!fresh) known = &it->second;
+    }
+    if (known && known->learnt) {
+      if (!known->matched) {
+        out.singles.push_back(name);
+      } else {
+        const std::string digits = base.substr(known->begin, known->end - known->begin);
+        groups[{dir, base.substr(0, known->begin) + known->middle + base.substr(known->end)}].push_back(std::stoi(digits));
+      }
+      continue;
+    }
     int frame = 0;
     Tstring pattern;
-    if (TimageSequence::initializeToBestMatch(name, seq, 0) && seq.frameInfo(frame, pattern)) {
-      size_t slash = name.rfind('/');
-      std::string dir = slash == std::string::npos ? "" : name.substr(0, slash);
-      groups[{dir, pattern.str()}].push_back(frame);
-    } else {
-      out.singles.push_back(name);
-    }
+    const bool matched = TimageSequence::initializeToBestMatch(name, seq, 0) && seq.frameInfo(frame, pattern);
+    if (!formatDigits && !known) shapes[shapeOf(base)] = learn(base, matched, frame, pattern.str());
+    if (matched) groups[{dir, pattern.str()}].push_back(frame);
+    else out.singles.push_back(name);
   }
   TimageSequence::setFileNameFormats(saved);
   // An unpadded sequence also fits the padded formats where its numbers have that many digits

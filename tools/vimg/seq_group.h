@@ -23,8 +23,9 @@ struct Grouping {
   std::vector<std::string> singles;     // names that fit no format
 };
 
-// Groups names (with or without directories) using the given formats, in order.
-Grouping groupSequences(const std::vector<std::string>& names, const TstringArray& formats);
+// Groups names (with or without directories) using the given formats, in order. learnShapes
+// false runs the matcher for every name (the plain way the shortcut is checked against).
+Grouping groupSequences(const std::vector<std::string>& names, const TstringArray& formats, bool learnShapes = true);
 // "1-4,6,10-12" for sorted frames; "" for none.
 std::string frameRanges(const std::vector<int>& frames);
 // The frames between the first and last that are not there.
