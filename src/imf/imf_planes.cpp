@@ -75,6 +75,7 @@ void IMF_planes_join(const void* const* planes, int count, int sampleBytes, int 
   static Join u8[3] = {join_uint8_t_2, join_uint8_t_3, join_uint8_t_4};
   static Join u16[3] = {join_uint16_t_2, join_uint16_t_3, join_uint16_t_4};
   static Join u32[3] = {join_uint32_t_2, join_uint32_t_3, join_uint32_t_4};
+  if (width <= 0) return;  // planes of no samples may be null
   if (count == 1) return (void)memcpy(line, planes[0], size_t(width) * size_t(sampleBytes));
   if (Join f = pick(count, sampleBytes, u8, u16, u32)) return f(planes, width, line);
   auto* d = static_cast<unsigned char*>(line);
@@ -87,6 +88,7 @@ void IMF_line_split(const void* line, int count, int sampleBytes, int width, voi
   static Split u8[3] = {split_uint8_t_2, split_uint8_t_3, split_uint8_t_4};
   static Split u16[3] = {split_uint16_t_2, split_uint16_t_3, split_uint16_t_4};
   static Split u32[3] = {split_uint32_t_2, split_uint32_t_3, split_uint32_t_4};
+  if (width <= 0) return;
   if (count == 1) return (void)memcpy(planes[0], line, size_t(width) * size_t(sampleBytes));
   if (Split f = pick(count, sampleBytes, u8, u16, u32)) return f(line, width, planes);
   const auto* s = static_cast<const unsigned char*>(line);
