@@ -12,6 +12,7 @@
 
 #include <algorithm>
 
+#include "common/bytes_in.h"
 #include "common/whole_image.h"
 
 namespace {
@@ -46,7 +47,7 @@ HeaderWalk walkHeaders(const char* path, int64_t fileBytes) {
     at += int64_t(out.size()) + 1;
     return out.size() < 256 && !feof(f);
   };
-  auto le32 = [](const unsigned char* b) { return int64_t(int32_t(b[0] | b[1] << 8 | b[2] << 16 | uint32_t(b[3]) << 24)); };
+  auto le32 = [](const unsigned char* b) { return int64_t(int32_t(vplug::le32(b))); };  // sizes and coordinates are signed
   unsigned char version[8], word[16];
   const bool multipart = bytes(version, 8) && (version[5] & 0x10);
   std::string name, type;
@@ -69,7 +70,7 @@ HeaderWalk walkHeaders(const char* path, int64_t fileBytes) {
       walk.pixelBytes = std::max(walk.pixelBytes, sum);
       size = 0;
     } else if (type == "preview" && bytes(word, 8)) {
-      const uint64_t pixels = uint64_t(uint32_t(le32(word))) * uint32_t(le32(word + 4));  // read as RGBA bytes
+      const uint64_t pixels = uint64_t(vplug::le32(word)) * vplug::le32(word + 4);  // read as RGBA bytes
       size = pixels >> 60 ? -1 : int64_t(pixels * 4);
     } else if (type == "box2i" && name == "dataWindow" && bytes(word, 16)) {
       walk.width = std::max(walk.width, le32(word + 8) - le32(word) + 1);
@@ -116,7 +117,7 @@ struct ExrCodec {
     Picture& p = frames[0];
     // Half samples become floats (2x) of data zip expands 1032 times at most.
     if (w > (1 << 20) || h > (1 << 20) ||
-        !p.create(int(w), int(h), rgb ? 3 : 1, matte, 32, IMF_TYPE_FLOAT, vplug::fileSize(path), 1032 * 2, why))
+        !p.create(int(w), int(h), rgb ? 3 : 1, matte, 32, IMF_TYPE_FLOAT, fileBytes, 1032 * 2, why))
       return why.empty() ? (why = "a data window of " + std::to_string(w) + " x " + std::to_string(h), false) : false;
     p.image.xMin = dw.min.x, p.image.xMax = dw.max.x, p.image.yMin = dw.min.y, p.image.yMax = dw.max.y;
     p.image.pixelAspect = in.header().pixelAspectRatio();

@@ -69,8 +69,8 @@ Shape learn(const std::string& base, bool matched, int frame, const std::string&
 }  // namespace
 
 Grouping groupSequences(const std::vector<std::string>& names, const TstringArray& formats, bool learnShapes) {
-  bool formatDigits = !learnShapes;
-  for (const Tstring& f : formats) formatDigits |= f.str().find_first_of("0123456789") != std::string::npos;
+  bool byShape = learnShapes;
+  for (const Tstring& f : formats) byShape &= f.str().find_first_of("0123456789") == std::string::npos;
   std::unordered_map<std::string, Shape> shapes;
   TstringArray saved;
   TimageSequence::getFileNameFormats(saved);
@@ -82,24 +82,25 @@ Grouping groupSequences(const std::vector<std::string>& names, const TstringArra
     const size_t slash = name.rfind('/');
     const std::string dir = slash == std::string::npos ? "" : name.substr(0, slash);
     const std::string base = slash == std::string::npos ? name : name.substr(slash + 1);
-    Shape* known = nullptr;
-    if (!formatDigits) {
-      auto [it, fresh] = shapes.try_emplace(shapeOf(base));
-      if (!fresh) known = &it->second;
+    Shape* shape = nullptr;  // stays where it is as the map grows
+    bool fresh = false;
+    if (byShape) {
+      auto [it, inserted] = shapes.try_emplace(shapeOf(base));
+      shape = &it->second, fresh = inserted;
     }
-    if (known && known->learnt) {
-      if (!known->matched) {
+    if (shape && shape->learnt) {
+      if (!shape->matched) {
         out.singles.push_back(name);
       } else {
-        const std::string digits = base.substr(known->begin, known->end - known->begin);
-        groups[{dir, base.substr(0, known->begin) + known->middle + base.substr(known->end)}].push_back(std::stoi(digits));
+        const std::string digits = base.substr(shape->begin, shape->end - shape->begin);
+        groups[{dir, base.substr(0, shape->begin) + shape->middle + base.substr(shape->end)}].push_back(std::stoi(digits));
       }
       continue;
     }
     int frame = 0;
     Tstring pattern;
     const bool matched = TimageSequence::initializeToBestMatch(name, seq, 0) && seq.frameInfo(frame, pattern);
-    if (!formatDigits && !known) shapes[shapeOf(base)] = learn(base, matched, frame, pattern.str());
+    if (fresh) *shape = learn(base, matched, frame, pattern.str());
     if (matched) groups[{dir, pattern.str()}].push_back(frame);
     else out.singles.push_back(name);
   }
