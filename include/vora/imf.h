@@ -9,8 +9,9 @@
  *       const char* imageExtension = "png";  const char* imageName = "PNG";
  *       const char* imageDescription = "Portable Network Graphics";   (the last three optional)
  *   - one function, IMF_PLUGIN_ENTRY_SYMBOL, returning its table of entry points (IMF_plugin),
- *     whose first two fields are IMF_PLUGIN_ABI_VERSION and sizeof(IMF_plugin): a table of
- *     another version or size is refused whole, so an old plug-in never runs with a new host.
+ *     whose first two fields are IMF_PLUGIN_ABI_VERSION and sizeof(IMF_plugin). A table of an
+ *     earlier version (1: without the interleaved-pixel entries) is taken with the entry points it
+ *     has; a table of a later version, or of a size that is not its version's, is refused whole.
  * Everything crosses the boundary as plain C: no exception may leave a plug-in, no allocation made
  * on one side is freed on the other (buffers are the caller's; plug-in handles are closed by the
  * plug-in's own close).
@@ -20,6 +21,11 @@
  * and matte samples are of the record's colour type and bits: 8 (uint8_t), 16 (uint16_t) or
  * 32 (IMF_TYPE_INT: uint32_t; IMF_TYPE_FLOAT: float); depth samples of the depth type and bits.
  * Line 0 is the top line when topDown is set in the record, the bottom one otherwise.
+ *
+ * A plug-in whose codec takes or gives interleaved pixels may also take lines so (readPixels,
+ * writePixels) in the layouts it names in pixelLayouts; callers use IMF_scan_read_pixels and
+ * IMF_scan_write_pixels, which go through the planes for a plug-in without them. One frame's lines
+ * are written in one layout, planes or pixels.
  */
 #ifndef VORA_IMF_H
 #define VORA_IMF_H
@@ -43,7 +49,7 @@
 extern "C" {
 #endif
 
-#define IMF_PLUGIN_ABI_VERSION 1
+#define IMF_PLUGIN_ABI_VERSION 2
 #define IMF_PLUGIN_ENTRY_SYMBOL "IMF_plugin_entry"
 
 /* Sample types of the image record. */
@@ -58,6 +64,13 @@ enum {
 
 /* Scan orders a writer accepts: bottom line first, top line first. */
 enum { IMF_ORDER_BOTTOM_UP = 1, IMF_ORDER_TOP_DOWN = 2 };
+
+/* Layouts of a line of interleaved pixels (records without depth only):
+ *   IMF_PIXELS_RECORD: the record's colour then matte samples per pixel, of its bits and type;
+ *   IMF_PIXELS_BGRA8: 4 bytes a pixel, blue, green, red, matte, for records of 8-bit colour. Grey
+ *     is written from green and read into all three; without a matte the fourth byte is ignored
+ *     when writing and 255 when reading. */
+enum { IMF_PIXELS_RECORD = 1, IMF_PIXELS_BGRA8 = 2 };
 
 /* One frame of a file: its window, aspect and channels. */
 typedef struct IMF_image {
@@ -109,7 +122,15 @@ typedef struct IMF_plugin {
   int (*writeLine)(void* handle, int line, const void* const* planes, char* error, size_t errorSize);
   /* Finishes and frees the handle (a writer's file is complete only then); 0 on success. */
   int (*close)(void* handle, char* error, size_t errorSize);
+  /* Version 2: lines as interleaved pixels, in the IMF_PIXELS_* layouts of pixelLayouts; called
+   * only for those layouts and records without depth. Either may be null. */
+  uint32_t pixelLayouts;
+  int (*readPixels)(void* handle, int line, int layout, void* pixels, char* error, size_t errorSize);
+  int (*writePixels)(void* handle, int line, int layout, const void* pixels, char* error, size_t errorSize);
 } IMF_plugin;
+
+/* The size of a version 1 table: the entry points up to close. */
+#define IMF_PLUGIN_V1_SIZE offsetof(IMF_plugin, pixelLayouts)
 
 typedef const IMF_plugin* (*IMF_plugin_entry_fn)(void);
 
@@ -196,6 +217,10 @@ IMF_API int IMF_scan_read(IMF_object* object, int line, void* const* planes);
 IMF_API void IMF_planes_join(const void* const* planes, int count, int sampleBytes, int width, void* line);
 IMF_API void IMF_line_split(const void* line, int count, int sampleBytes, int width, void* const* planes);
 IMF_API int IMF_scan_write(IMF_object* object, int line, const void* const* planes);
+/* A line as interleaved pixels in an IMF_PIXELS_* layout (width times the layout's pixel bytes):
+ * handed to the plug-in as they are when it takes the layout, else through planes. 0 on success. */
+IMF_API int IMF_scan_read_pixels(IMF_object* object, int line, int layout, void* pixels);
+IMF_API int IMF_scan_write_pixels(IMF_object* object, int line, int layout, const void* pixels);
 /* Closes and frees the object; 0 on success. */
 IMF_API int IMF_close(IMF_object* object);
 

@@ -148,6 +148,14 @@ concept Streams = requires(void* s, const uint8_t* l, std::string& w) { C::strea
 //   static void closeStream(void* stream);
 template <class C>
 concept ReadStreams = requires(void* s, uint8_t* l, std::string& w) { C::readStreamLine(s, l, w); };
+// A streaming codec that takes and gives 8-bit lines of blue, green, red, matte as they are has
+//   static bool streamLineBgra(void* stream, const uint8_t* line, std::string& why);
+//   static bool readStreamLineBgra(void* stream, uint8_t* line, std::string& why);
+template <class C>
+concept StreamsBgra = requires(void* s, const uint8_t* l, uint8_t* o, std::string& w) {
+  C::streamLineBgra(s, l, w);
+  C::readStreamLineBgra(s, o, w);
+};
 
 template <class Codec>
 struct Adapter {
@@ -279,6 +287,56 @@ struct Adapter {
     return 0;
   }
 
+  // Lines of interleaved pixels: the codecs' own layout, taken and given without a join or split.
+  static int readPixels(void* handle, int line, int layout, void* pixels, char* error, size_t errorSize) {
+    Handle& h = *static_cast<Handle*>(handle);
+    const Picture& p = h.frames[size_t(h.current)];
+    auto* px = static_cast<uint8_t*>(pixels);
+    if (line < 0 || line >= p.height()) return -1;
+    if constexpr (ReadStreams<Codec>) {
+      if (line != h.nextLine++) return say(error, errorSize, "lines are read top first, in order"), -1;
+      std::string why;
+      bool ok;
+      if constexpr (StreamsBgra<Codec>)
+        ok = layout == IMF_PIXELS_BGRA8 ? Codec::readStreamLineBgra(h.stream, px, why) : Codec::readStreamLine(h.stream, px, why);
+      else
+        ok = layout == IMF_PIXELS_RECORD && Codec::readStreamLine(h.stream, px, why);
+      return ok ? 0 : (say(error, errorSize, why), -1);
+    }
+    if (layout != IMF_PIXELS_RECORD) return -1;
+    memcpy(px, p.row(rowOf(p, line)), p.rowBytes());
+    return 0;
+  }
+
+  static int writePixels(void* handle, int line, int layout, const void* pixels, char* error, size_t errorSize) {
+    Handle& h = *static_cast<Handle*>(handle);
+    Picture& p = h.frames[size_t(h.current)];
+    const auto* px = static_cast<const uint8_t*>(pixels);
+    if (line < 0 || line >= p.height()) return -1;
+    std::string why;
+    if constexpr (Streams<Codec>) {
+      if (h.stream) {
+        if (line != h.nextLine++) return say(error, errorSize, "lines are written top first, in order"), -1;
+        bool ok;
+        if constexpr (StreamsBgra<Codec>)
+          ok = layout == IMF_PIXELS_BGRA8 ? Codec::streamLineBgra(h.stream, px, why) : Codec::streamLine(h.stream, px, why);
+        else
+          ok = Codec::streamLine(h.stream, px, why);
+        return ok ? 0 : (say(error, errorSize, why), -1);
+      }
+    }
+    uint8_t* row = p.row(rowOf(p, line));
+    if (layout == IMF_PIXELS_RECORD) return memcpy(row, px, p.rowBytes()), 0;
+    // BGRA8 into a picture held whole (a codec that streams, given lines bottom first): rare.
+    const int colour = p.image.colorChannels, n = p.channels();
+    for (int x = 0; x < p.width(); ++x, px += 4, row += n) {
+      if (colour == 3) row[0] = px[2], row[1] = px[1], row[2] = px[0];
+      else row[0] = px[1];
+      if (n > colour) row[colour] = px[3];
+    }
+    return 0;
+  }
+
   static int close(void* handle, char* error, size_t errorSize) {
     auto* h = static_cast<Handle*>(handle);
     int r = 0;
@@ -307,10 +365,11 @@ struct Adapter {
   }
 
   static const IMF_plugin* table() {
+    constexpr uint32_t layouts = IMF_PIXELS_RECORD | (StreamsBgra<Codec> ? IMF_PIXELS_BGRA8 : 0);
     static const IMF_plugin t = {IMF_PLUGIN_ABI_VERSION, sizeof(IMF_plugin), Codec::flags, Codec::bitsMask,
                                  Codec::maxMatte, Codec::maxDepth, 0, Codec::scanOrders, probe, openRead,
                                  openWrite, (Codec::flags & IMF_MULTIFRAME) ? setFrame : nullptr, readLine,
-                                 writeLine, close};
+                                 writeLine, close, layouts, readPixels, writePixels};
     return &t;
   }
 };

@@ -34,12 +34,15 @@ struct JpegCodec {
 
   static bool probe(const unsigned char* head, size_t n) { return n >= 3 && head[0] == 0xFF && head[1] == 0xD8 && head[2] == 0xFF; }
 
-  // Reading streams: each line is decoded as it is asked for, no picture is held whole.
+  // Reading streams: each line is decoded as it is asked for, no picture is held whole. The
+  // decoder starts at the first line, in the layout that line asks for: libjpeg-turbo gives
+  // blue, green, red, alpha lines itself (BGRA).
   struct Reader {
     jpeg_decompress_struct info;
     Failure failure;
     std::vector<uint8_t> file, cmyk;
     bool created = false, fourChannels = false;
+    int layout = 0;  // of the first line: IMF_PIXELS_RECORD or IMF_PIXELS_BGRA8
   };
 
   // The calls that may jump, each with no object of its own that a jump would skip.
@@ -64,16 +67,24 @@ struct JpegCodec {
     image.colorChannels = colour, image.colorBits = 8, image.colorType = IMF_TYPE_INT;
     image.depthBits = 32, image.depthType = IMF_TYPE_FLOAT, image.topDown = 1, image.frames = 1;
     if (r.fourChannels) r.cmyk.resize(size_t(w) * 4);
-    jpeg_start_decompress(&r.info);
     return true;
   }
-  static bool row(Reader& r, uint8_t* out, std::string& why) {
+  static bool row(Reader& r, uint8_t* out, int layout, std::string& why) {
+    if (r.layout && layout != r.layout) return why = "lines of one picture come in one layout", false;
     if (setjmp(r.failure.back)) return why = r.failure.message, false;
+    if (!r.layout) {
+      r.layout = layout;
+      if (layout == IMF_PIXELS_BGRA8 && !r.fourChannels) r.info.out_color_space = JCS_EXT_BGRA;
+      jpeg_start_decompress(&r.info);
+    }
     JSAMPROW line = r.fourChannels ? r.cmyk.data() : out;
     if (jpeg_read_scanlines(&r.info, &line, 1) != 1) return why = "the file ends early", false;
     // Adobe's CMYK is stored inverted: each colour is its ink times the black, over 255.
-    for (size_t x = 0; r.fourChannels && x < r.info.output_width; ++x)
-      for (int c = 0; c < 3; ++c) out[x * 3 + c] = uint8_t(r.cmyk[x * 4 + c] * r.cmyk[x * 4 + 3] / 255);
+    const bool bgra = layout == IMF_PIXELS_BGRA8;
+    for (size_t x = 0; r.fourChannels && x < r.info.output_width; ++x) {
+      for (int c = 0; c < 3; ++c) out[x * (bgra ? 4 : 3) + (bgra ? 2 - c : c)] = uint8_t(r.cmyk[x * 4 + c] * r.cmyk[x * 4 + 3] / 255);
+      if (bgra) out[x * 4 + 3] = 255;
+    }
     return true;
   }
 
@@ -84,7 +95,8 @@ struct JpegCodec {
     if (!vplug::readWhole(path, r->file, why) || !start(*r, image, why)) return closeStream(r), nullptr;
     return r;
   }
-  static bool readStreamLine(void* s, uint8_t* line, std::string& why) { return row(*static_cast<Reader*>(s), line, why); }
+  static bool readStreamLine(void* s, uint8_t* line, std::string& why) { return row(*static_cast<Reader*>(s), line, IMF_PIXELS_RECORD, why); }
+  static bool readStreamLineBgra(void* s, uint8_t* line, std::string& why) { return row(*static_cast<Reader*>(s), line, IMF_PIXELS_BGRA8, why); }
   static void closeStream(void* s) {
     auto* r = static_cast<Reader*>(s);
     if (r->created) jpeg_destroy_decompress(&r->info);  // abandons what was not read
@@ -103,11 +115,15 @@ struct JpegCodec {
     return ok;
   }
 
-  // Writing streams: each line is coded as it comes, no picture is held whole.
+  // Writing streams: each line is coded as it comes, no picture is held whole. The coder starts
+  // at the first line, taking the layout that line comes in: 8-bit blue, green, red, matte lines
+  // are read by libjpeg-turbo as they are (BGRX), with no copy of the picture into another order.
   struct Writer {
     jpeg_compress_struct info;
     Failure failure;
     FILE* out = nullptr;
+    int layout = 0;                  // of the first line: IMF_PIXELS_RECORD or IMF_PIXELS_BGRA8
+    std::vector<uint8_t> green;      // a grey line taken from BGRA8
   };
 
   // The calls that may jump, each with no object of its own that a jump would skip.
@@ -120,11 +136,16 @@ struct JpegCodec {
     w.info.in_color_space = image.colorChannels == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&w.info);
     jpeg_set_quality(&w.info, quality < 1 ? 1 : quality > 100 ? 100 : quality, TRUE);
-    jpeg_start_compress(&w.info, TRUE);
     return true;
   }
-  static bool line(Writer& w, const uint8_t* row) {
+  static bool line(Writer& w, const uint8_t* row, int layout) {
+    if (w.layout && layout != w.layout) return snprintf(w.failure.message, sizeof w.failure.message, "lines of one picture come in one layout"), false;
     if (setjmp(w.failure.back)) return false;
+    if (!w.layout) {
+      w.layout = layout;
+      if (layout == IMF_PIXELS_BGRA8 && w.info.in_color_space == JCS_RGB) w.info.in_color_space = JCS_EXT_BGRX, w.info.input_components = 4;
+      jpeg_start_compress(&w.info, TRUE);
+    }
     JSAMPROW r = const_cast<JSAMPROW>(row);
     jpeg_write_scanlines(&w.info, &r, 1);
     return true;
@@ -153,7 +174,16 @@ struct JpegCodec {
   }
   static bool streamLine(void* s, const uint8_t* row, std::string& why) {
     auto* w = static_cast<Writer*>(s);
-    return line(*w, row) || (why = w->failure.message, false);
+    return line(*w, row, IMF_PIXELS_RECORD) || (why = w->failure.message, false);
+  }
+  static bool streamLineBgra(void* s, const uint8_t* bgra, std::string& why) {
+    auto* w = static_cast<Writer*>(s);
+    if (w->info.in_color_space == JCS_GRAYSCALE) {  // grey is the green
+      w->green.resize(w->info.image_width);
+      for (size_t x = 0; x < w->green.size(); ++x) w->green[x] = bgra[x * 4 + 1];
+      bgra = w->green.data();
+    }
+    return line(*w, bgra, IMF_PIXELS_BGRA8) || (why = w->failure.message, false);
   }
   static bool endStream(void* s, bool keep, std::string& why) {
     auto* w = static_cast<Writer*>(s);

@@ -13,6 +13,7 @@ namespace imf {
 // A registered plug-in: the descriptor and the texts it points to.
 struct Registered {
   IMF_format format{};
+  IMF_plugin table{};  // the plug-in's entry points, as of this library's version
   std::string key, name, extension, description, path;
 };
 

@@ -39,6 +39,57 @@ const char* recordProblem(const IMF_image& i) {
 }
 
 int height(const IMF_image& i) { return i.yMax - i.yMin + 1; }
+int width(const IMF_image& i) { return i.xMax - i.xMin + 1; }
+
+// An open file with what the library keeps for it: the planes a line of interleaved pixels goes
+// through for a plug-in that does not take them, made at the first such line.
+struct Object {
+  IMF_object object;  // first: callers hold a pointer to it
+  void** planes;
+  uint8_t* spare;  // the width's opaque matte, then three planes of what a format drops
+  int32_t planesWidth;
+};
+Object* of(IMF_object* o) { return reinterpret_cast<Object*>(o); }
+
+void dropPlanes(Object* x) {
+  IMF_chan_free(x->planes);
+  free(x->spare);
+  x->planes = nullptr, x->spare = nullptr;
+}
+
+// The planes for the current record; false when out of memory.
+bool planesFor(Object* x) {
+  const int w = width(x->object.image);
+  if (x->planes && x->planesWidth == w) return true;
+  dropPlanes(x);
+  x->planes = IMF_chan_alloc(&x->object.image, w, nullptr);
+  x->spare = static_cast<uint8_t*>(malloc(size_t(w) * 4));
+  if (!x->planes || !x->spare) return dropPlanes(x), false;
+  memset(x->spare, 255, size_t(w));
+  x->planesWidth = w;
+  return true;
+}
+
+// Where each of blue, green, red and matte of a BGRA8 pixel goes to or comes from.
+void bgraPlanes(Object* x, bool reading, void* out[4]) {
+  const IMF_image& r = x->object.image;
+  const size_t w = size_t(width(r));
+  const bool rgb = r.colorChannels == 3;
+  void* const* p = x->planes;
+  // Reading grey repeats it in all three; writing keeps green and drops blue and red.
+  out[0] = rgb ? p[2] : reading ? p[0] : x->spare + w;
+  out[1] = p[0 + (rgb ? 1 : 0)];
+  out[2] = rgb ? p[0] : reading ? p[0] : x->spare + 2 * w;
+  out[3] = r.matteChannels ? p[r.colorChannels] : reading ? static_cast<void*>(x->spare) : x->spare + 3 * w;
+}
+
+// Why a line of pixels in this layout cannot be, or null.
+const char* pixelsProblem(const IMF_image& r, int layout) {
+  if (r.depthChannels) return "a record with depth takes its lines as planes";
+  if (layout == IMF_PIXELS_BGRA8 && (r.colorBits != 8 || r.colorChannels == 0)) return "BGRA8 pixels need 8-bit colour";
+  if (layout != IMF_PIXELS_RECORD && layout != IMF_PIXELS_BGRA8) return "an unknown pixel layout";
+  return nullptr;
+}
 
 }  // namespace
 
@@ -76,7 +127,7 @@ IMF_object* IMF_open(const IMF_info* info, const char* mode) {
   if (!fmt) return fail(std::string(info->name) + ": no plug-in " + (key ? std::string("for \"") + key + "\"" : "claims this file")), nullptr;
   if (!(fmt->flags & (writing ? IMF_CAN_WRITE : IMF_CAN_READ)))
     return fail(std::string(info->name) + ": " + fmt->key + " cannot be " + (writing ? "written" : "read")), nullptr;
-  auto* o = static_cast<IMF_object*>(calloc(1, sizeof(IMF_object)));
+  auto* o = static_cast<IMF_object*>(calloc(1, sizeof(Object)));
   if (!o) return fail("out of memory"), nullptr;
   o->format = fmt, o->writing = writing;
   if (writing) {
@@ -112,6 +163,7 @@ int IMF_set_frame(IMF_object* o, int frame) {
   if (got < 0) return fail(o->error), -1;
   if (const char* why = o->writing ? nullptr : recordProblem(next)) return fail(std::string("frame describes ") + why), -1;
   o->image = next, o->frame = got;
+  dropPlanes(of(o));  // the frame may have other channels
   return got;
 }
 
@@ -148,8 +200,54 @@ int IMF_scan_write(IMF_object* o, int line, const void* const* planes) {
   return 0;
 }
 
+int IMF_scan_read_pixels(IMF_object* o, int line, int layout, void* pixels) {
+  if (!o || o->writing || !pixels || line < 0 || line >= height(o->image)) return -1;
+  if (const char* why = pixelsProblem(o->image, layout)) return fail(std::string(o->format->key) + ": " + why), -1;
+  const IMF_plugin& p = *o->format->plugin;
+  if (p.readPixels && (p.pixelLayouts & uint32_t(layout))) {
+    if (p.readPixels(o->pluginHandle, line, layout, pixels, o->error, sizeof o->error) != 0)
+      return fail(std::string(o->format->key) + ": line " + std::to_string(line) + ": " + o->error), -1;
+    return 0;
+  }
+  Object* x = of(o);
+  if (!planesFor(x)) return fail("out of memory"), -1;
+  if (IMF_scan_read(o, line, x->planes) != 0) return -1;
+  const IMF_image& r = o->image;
+  if (layout == IMF_PIXELS_RECORD) {
+    IMF_planes_join(x->planes, r.colorChannels + r.matteChannels, r.colorBits / 8, width(r), pixels);
+  } else {
+    void* bgra[4];
+    bgraPlanes(x, true, bgra);
+    IMF_planes_join(bgra, 4, 1, width(r), pixels);
+  }
+  return 0;
+}
+
+int IMF_scan_write_pixels(IMF_object* o, int line, int layout, const void* pixels) {
+  if (!o || !o->writing || !pixels || line < 0 || line >= height(o->image)) return -1;
+  if (const char* why = pixelsProblem(o->image, layout)) return fail(std::string(o->format->key) + ": " + why), -1;
+  const IMF_plugin& p = *o->format->plugin;
+  if (p.writePixels && (p.pixelLayouts & uint32_t(layout))) {
+    if (p.writePixels(o->pluginHandle, line, layout, pixels, o->error, sizeof o->error) != 0)
+      return fail(std::string(o->format->key) + ": line " + std::to_string(line) + ": " + o->error), -1;
+    return 0;
+  }
+  Object* x = of(o);
+  if (!planesFor(x)) return fail("out of memory"), -1;
+  const IMF_image& r = o->image;
+  if (layout == IMF_PIXELS_RECORD) {
+    IMF_line_split(pixels, r.colorChannels + r.matteChannels, r.colorBits / 8, width(r), x->planes);
+  } else {
+    void* bgra[4];
+    bgraPlanes(x, false, bgra);
+    IMF_line_split(pixels, 4, 1, width(r), bgra);
+  }
+  return IMF_scan_write(o, line, x->planes);
+}
+
 int IMF_close(IMF_object* o) {
   if (!o) return -1;
+  dropPlanes(of(o));
   int r = o->format->plugin->close(o->pluginHandle, o->error, sizeof o->error);
   if (r != 0) fail(std::string(o->format->key) + ": " + (o->error[0] ? o->error : "close failed"));
   free(o);

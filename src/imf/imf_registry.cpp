@@ -44,10 +44,11 @@ const char* text(void* library, const char* symbol) {
 // Why a plug-in's table cannot be used, or "" when it can.
 std::string tableProblem(const IMF_plugin* p) {
   if (!p) return "its entry point returned no table";
-  if (p->abiVersion != IMF_PLUGIN_ABI_VERSION)
-    return "entry-point table of version " + std::to_string(p->abiVersion) + ", this library takes " +
+  if (p->abiVersion < 1 || p->abiVersion > IMF_PLUGIN_ABI_VERSION)
+    return "entry-point table of version " + std::to_string(p->abiVersion) + ", this library takes 1 to " +
            std::to_string(IMF_PLUGIN_ABI_VERSION);
-  if (p->size != sizeof(IMF_plugin)) return "entry-point table of " + std::to_string(p->size) + " bytes";
+  if (p->size != (p->abiVersion == 1 ? IMF_PLUGIN_V1_SIZE : sizeof(IMF_plugin)))
+    return "entry-point table of " + std::to_string(p->size) + " bytes";
   if (!p->probe || !p->close) return "no probe or close entry point";
   if ((p->flags & IMF_CAN_READ) && (!p->openRead || !p->readLine)) return "reads without openRead and readLine";
   if ((p->flags & IMF_CAN_WRITE) && (!p->openWrite || !p->writeLine)) return "writes without openWrite and writeLine";
@@ -118,7 +119,8 @@ int IMF_init(int, IMF_load_callback callback) {
     fmt.abiVersion = p->abiVersion;
     fmt.key = f->key.c_str(), fmt.name = f->name.c_str(), fmt.extension = f->extension.c_str();
     fmt.description = f->description.c_str(), fmt.path = f->path.c_str();
-    fmt.plugin = p, fmt.library = library;
+    memcpy(&f->table, p, p->size);  // an earlier version's table: the later entry points stay null
+    fmt.plugin = &f->table, fmt.library = library;
     fmt.bitsMask = p->bitsMask, fmt.scanOrders = p->scanOrders, fmt.depthMax = p->depthMax;
     fmt.alphaCount = p->maxMatte, fmt.depthCount = p->maxDepth, fmt.flags = p->flags;
     r.formats.push_back(std::move(f));

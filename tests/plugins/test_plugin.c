@@ -16,8 +16,9 @@
 #ifndef TEST_KEY
 #define TEST_KEY "tst"
 #endif
+/* A version 1 table: lines of pixels reach it through the library's planes. */
 #ifndef TEST_ABI
-#define TEST_ABI IMF_PLUGIN_ABI_VERSION
+#define TEST_ABI 1
 #endif
 
 IMF_PLUGIN_EXPORT const char* type = TEST_TYPE;
@@ -96,7 +97,8 @@ static int closeFile(void* h, char* error, size_t errorSize) {
   return r ? -1 : 0;
 }
 
-static const IMF_plugin table = {TEST_ABI, sizeof(IMF_plugin), IMF_CAN_READ | IMF_CAN_WRITE, 0x80, 0, 0, 0,
-                                 IMF_ORDER_TOP_DOWN, probe, openRead, openWrite, NULL, readLine, writeLine, closeFile};
+static const IMF_plugin table = {TEST_ABI, IMF_PLUGIN_V1_SIZE, IMF_CAN_READ | IMF_CAN_WRITE, 0x80, 0, 0, 0,
+                                 IMF_ORDER_TOP_DOWN, probe, openRead, openWrite, NULL, readLine, writeLine, closeFile,
+                                 0, NULL, NULL};
 
 IMF_PLUGIN_EXPORT const IMF_plugin* IMF_plugin_entry(void) { return &table; }

@@ -67,7 +67,7 @@ TEST(PluginLoader, MessagesTableRowsAndWarningsOfTheFirstScanOnly) {
                      "/valid.so\n"),
             std::string::npos)
       << out;
-  EXPECT_NE(out.find("refused " + s.a + "/oldabi.so: entry-point table of version 0, this library takes 1\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("refused " + s.a + "/oldabi.so: entry-point table of version 0, this library takes 1 to 2\n"), std::string::npos) << out;
   EXPECT_NE(out.find("refused " + s.b + "/valid.so: key \"tst\" is taken by " + s.a + "/valid.so\n"), std::string::npos) << out;
 }
 
@@ -96,7 +96,7 @@ TEST(PluginLoader, EightThreadsLoadOnce) {
   ASSERT_EQ(s.driver("threads", s.a, s.home, out, err), 0);
   EXPECT_EQ(out.substr(out.find("row")), "row oldabi.so old\nrow valid.so tst\nformat tst " + s.a +
                                              "/valid.so\nrefused " + s.a +
-                                             "/oldabi.so: entry-point table of version 0, this library takes 1\n");
+                                             "/oldabi.so: entry-point table of version 0, this library takes 1 to 2\n");
 }
 
 #ifdef VORA_PLUGIN_DRIVER_TSAN
@@ -137,28 +137,45 @@ TEST(Imf, WriteReadAndRefusals) {
   IMF_info_init(&info);
   const std::string path = d.path("a.tst");
   info.name = path.c_str(), info.key = "tst";
-  info.image.xMax = 4, info.image.yMax = 1, info.image.colorChannels = 3, info.image.topDown = 1;
+  info.image.xMax = 4, info.image.yMax = 2, info.image.colorChannels = 3, info.image.topDown = 1;
   IMF_object* w = IMF_open(&info, "w");
   ASSERT_NE(w, nullptr) << IMF_last_error();
   int n = 0;
   void** planes = IMF_chan_alloc(&w->image, 5, &n);
   ASSERT_EQ(n, 3);
-  for (int y = 0; y < 2; ++y) {
+  // Line y, sample c of pixel x is 100c + 10y + x; lines go as planes, record pixels, BGRA8 pixels
+  // (the test plug-in has a version 1 table: the library splits pixels into planes for it).
+  auto value = [](int c, int y, int x) { return uint8_t(100 * c + 10 * y + x); };
+  std::vector<uint8_t> pixels(20);
+  for (int y = 0; y < 3; ++y) {
     for (int c = 0; c < 3; ++c)
-      for (int x = 0; x < 5; ++x) static_cast<uint8_t*>(planes[c])[x] = uint8_t(100 * c + 10 * y + x);
-    ASSERT_EQ(IMF_scan_write(w, y, planes), 0);
+      for (int x = 0; x < 5; ++x) {
+        static_cast<uint8_t*>(planes[c])[x] = value(c, y, x);
+        pixels[size_t(y == 1 ? 3 * x + c : 4 * x + 2 - c)] = value(c, y, x);
+      }
+    ASSERT_EQ(y == 0 ? IMF_scan_write(w, y, planes) : IMF_scan_write_pixels(w, y, y == 1 ? IMF_PIXELS_RECORD : IMF_PIXELS_BGRA8, pixels.data()), 0);
   }
-  EXPECT_EQ(IMF_scan_write(w, 2, planes), -1);
+  EXPECT_EQ(IMF_scan_write(w, 3, planes), -1);
+  EXPECT_EQ(IMF_scan_write_pixels(w, 2, 7, pixels.data()), -1);
   ASSERT_EQ(IMF_close(w), 0);
-  EXPECT_EQ(vt::hex(vt::readFile(path)).substr(0, 24 + 6), "5453543105000000020000000064c8");
+  EXPECT_EQ(vt::hex(vt::readFile(path)).substr(0, 24 + 6), "5453543105000000030000000064c8");
   EXPECT_STREQ(IMF_get_file_type(path.c_str(), 0, nullptr), "tst");
   IMF_info_init(&info);
   info.name = path.c_str();
   IMF_object* r = IMF_open(&info, "r");
   ASSERT_NE(r, nullptr);
-  ASSERT_EQ(IMF_scan_read(r, 0, planes), 0);
-  ASSERT_EQ(IMF_scan_read(r, 1, planes), 0);
-  EXPECT_EQ(static_cast<uint8_t*>(planes[2])[4], 214);
+  for (int y = 0; y < 3; ++y) {
+    std::fill(pixels.begin(), pixels.end(), 0);
+    ASSERT_EQ(y == 2 ? IMF_scan_read(r, y, planes) : IMF_scan_read_pixels(r, y, y == 0 ? IMF_PIXELS_BGRA8 : IMF_PIXELS_RECORD, pixels.data()), 0);
+    for (int c = 0; c < 3; ++c)
+      for (int x = 0; x < 5; ++x) {
+        const uint8_t got = y == 2 ? static_cast<uint8_t*>(planes[c])[x] : pixels[size_t(y == 1 ? 3 * x + c : 4 * x + 2 - c)];
+        EXPECT_EQ(got, value(c, y, x)) << "line " << y << " sample " << c << " pixel " << x;
+      }
+    if (y == 0) {
+      EXPECT_EQ(pixels[3], 255);  // no matte: opaque
+    }
+  }
   EXPECT_EQ(IMF_set_frame(r, 1), -1);
   EXPECT_EQ(IMF_close(r), 0);
   IMF_chan_free(planes);

@@ -84,17 +84,15 @@ bool readPlugin(const std::string& path, const char* key, Image& img, std::strin
   img.pixels.assign(img.rowBytes() * size_t(img.height), 0);
   int planes = 0;
   void** line = IMF_chan_alloc(&r, img.width, &planes);
-  const std::vector<uint8_t> opaque(r.matteChannels ? 0 : size_t(img.width), 255);
   bool ok = line != nullptr;
+  const bool bgra = r.colorBits == 8 && r.colorChannels >= 1 && !r.depthChannels;  // the common case: our own layout
   for (int l = 0; ok && l < img.height; ++l) {
-    ok = IMF_scan_read(in, l, line) == 0;
     const int y = r.topDown ? img.height - 1 - l : l;  // our rows are bottom line first
-    if (ok && r.colorBits == 8 && r.colorChannels >= 1) {  // the common case: one join into blue, green, red, alpha
-      const int g = r.colorChannels == 3 ? 1 : 0, b = r.colorChannels == 3 ? 2 : 0;
-      const void* bgra[4] = {line[b], line[g], line[0], r.matteChannels ? line[r.colorChannels] : opaque.data()};
-      IMF_planes_join(bgra, 4, 1, img.width, &img.pixels[size_t(y) * img.width * 4]);
+    if (bgra) {
+      ok = IMF_scan_read_pixels(in, l, IMF_PIXELS_BGRA8, &img.pixels[size_t(y) * img.width * 4]) == 0;
       continue;
     }
+    ok = IMF_scan_read(in, l, line) == 0;
     for (int x = 0; ok && x < img.width; ++x) {
       uint16_t v[4] = {0, 0, 0, 0xFFFF};  // blue, green, red, alpha
       if (r.colorChannels == 3)
@@ -145,17 +143,12 @@ bool writePlugin(const std::string& path, const char* key, const Image& src, con
   if (!out) return error = std::string(IMF_last_error()), false;
   int planes = 0;
   void** line = IMF_chan_alloc(&r, img.width, &planes);
-  std::vector<uint8_t> unused(bits == 8 ? 3 * size_t(img.width) : 0);  // where the 8-bit split puts what the format drops
   bool ok = line != nullptr;
   for (int l = 0; ok && l < img.height; ++l) {
     const int y = r.topDown ? img.height - 1 - l : l;
-    if (bits == 8 && img.bytes == 1) {  // the common case: one split of blue, green, red, alpha
-      const bool rgb = r.colorChannels == 3;
-      void* bgra[4] = {rgb ? line[2] : &unused[0], rgb ? line[1] : line[0], rgb ? line[0] : &unused[size_t(img.width)],
-                       r.matteChannels ? line[r.colorChannels] : &unused[2 * size_t(img.width)]};
-      IMF_line_split(&img.pixels[size_t(y) * img.width * 4], 4, 1, img.width, bgra);
+    if (bits == 8 && img.bytes == 1) {  // the common case: our lines as they are
       if (l + 1 < img.height) prefetch(&img.pixels[size_t(r.topDown ? y - 1 : y + 1) * img.width * 4], size_t(img.width) * 4);
-      ok = IMF_scan_write(out, l, line) == 0;
+      ok = IMF_scan_write_pixels(out, l, IMF_PIXELS_BGRA8, &img.pixels[size_t(y) * img.width * 4]) == 0;
       continue;
     }
     for (int x = 0; x < img.width; ++x) {
