@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "fuzz_file.h"
 #include <vora/foundation/dynamic_load.h>
@@ -39,8 +40,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       const IMF_image& r = o->image;
       const int64_t w = int64_t(r.xMax) - r.xMin + 1, h = int64_t(r.yMax) - r.yMin + 1;
       if (w * h > 1 << 16) break;
+      // Lines as planes or as pixels (record order, BGRA8), chosen by the input's length.
+      const int layout = int(size % 3);
       void** planes = IMF_chan_alloc(&r, int(w), nullptr);
-      for (int y = 0; planes && y < h && IMF_scan_read(o, y, planes) == 0; ++y) {}
+      std::vector<uint8_t> pixels(size_t(w) * 16);
+      for (int y = 0; planes && y < h; ++y)
+        if ((layout ? IMF_scan_read_pixels(o, y, layout, pixels.data()) : IMF_scan_read(o, y, planes)) != 0) break;
       IMF_chan_free(planes);
     }
     IMF_close(o);

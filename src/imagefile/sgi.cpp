@@ -313,10 +313,9 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
   if (!img || !(img->flags & kWrite)) return -1;
   Record* r = rec(img);
   const unsigned xs = img->xsize;
-  for (unsigned i = 0; i < xs; ++i) {
-    img->min = std::min<uint32_t>(img->min, buffer[i]);
-    img->max = std::max<uint32_t>(img->max, buffer[i]);
-  }
+  unsigned short lo = 0xFFFF, hi = 0;  // in registers: the loop vectorises
+  for (unsigned i = 0; i < xs; ++i) lo = std::min(lo, buffer[i]), hi = std::max(hi, buffer[i]);
+  if (xs) img->min = std::min<uint32_t>(img->min, lo), img->max = std::max<uint32_t>(img->max, hi);
   int64_t at = seekRow(img, y, z);
   if (at < 0) return -1;
   auto writeFailed = [img] {

@@ -20,3 +20,9 @@ inline unsigned bpc(const IMAGE* i) { return SGI_BPC(i); }
 void report(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 }  // namespace vora::sgi
+
+extern "C" {
+// rle_compact's packets made value by value (obpp 1 or 2): the reference for the block packer,
+// exported for the tests only.
+VORA_API int rle_compact_plain(const unsigned short* in, unsigned char* rlebuf, int obpp, int cnt);
+}

@@ -4,11 +4,13 @@
 #include <vora/sgi.h>
 
 #include <cstring>
+#include <functional>
 #include <fstream>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "imagefile/sgi_format.h"
 #include "support/test_support.h"
 
 using vt::Bytes;
@@ -131,6 +133,27 @@ TEST(Sgi, PacketSplitsAt126) {
   EXPECT_EQ(rle_compact(run.data(), 2, reinterpret_cast<unsigned char*>(wide), 2, 127), 5);
   EXPECT_EQ(wide[0], 126);
   EXPECT_EQ(wide[2], 1);
+}
+
+// The block packer makes the plain packer's bytes: rows of noise, runs of two (never packed),
+// runs of exactly three, runs past 126, values past a byte, at widths around the block sizes.
+TEST(Sgi, BlockPackerEqualsThePlainPacker) {
+  std::mt19937 rng(3);
+  const std::vector<std::function<unsigned short(int)>> rows = {
+      [&](int) { return uint16_t(rng() & 0xFF); },              [&](int) { return uint16_t(rng() % 3); },
+      [](int x) { return uint16_t(x / 2); },                    [](int x) { return uint16_t(x / 3); },
+      [](int x) { return uint16_t(x / 200 % 2 * 300 + 5); },   [&](int x) { return uint16_t(x % 37 < 20 ? 7 : rng()); },
+      [](int) { return uint16_t(42); }};
+  std::vector<unsigned char> fast(4 * 1100), plain(fast.size());
+  for (size_t kind = 0; kind < rows.size(); ++kind)
+    for (int width : {1, 2, 3, 9, 10, 11, 17, 18, 127, 1000})
+      for (int obpp : {1, 2}) {
+        std::vector<unsigned short> values(static_cast<size_t>(width));
+        for (int x = 0; x < width; ++x) values[size_t(x)] = rows[kind](x);
+        const int n = rle_compact(values.data(), 2, fast.data(), obpp, width);
+        ASSERT_EQ(n, rle_compact_plain(values.data(), plain.data(), obpp, width)) << kind << " " << width << " " << obpp;
+        ASSERT_EQ(memcmp(fast.data(), plain.data(), size_t(n) * obpp), 0) << kind << " " << width << " " << obpp;
+      }
 }
 
 TEST(Sgi, HeaderWrittenByteForByte) {
