@@ -61,7 +61,7 @@ struct Tchannel {
   uint32_t format = 0;  // 0 8-bit, 1 16-bit, anything else invalid
   std::vector<uint16_t> rowLengths;  // the separate row-length table (the composite's), if kept
   bool hasRowTable = false;
-  std::vector<uint8_t> compressed;
+  TsampleBuffer compressed;
   bool hasCompressed = false;
   TsampleBuffer raw;
   bool hasRaw = false;
@@ -106,8 +106,8 @@ class VORA_API TpixelData16 {
 
   void setCompressionMethod(PHOTOSHOP_CHANNEL id, TCompressionMethod method);
   TCompressionMethod compressionMethod(PHOTOSHOP_CHANNEL id) const;
-  void setChannelCompressedPixels(PHOTOSHOP_CHANNEL id, std::vector<uint8_t> bytes);
-  const std::vector<uint8_t>* channelCompressedPixels(PHOTOSHOP_CHANNEL id) const;
+  void setChannelCompressedPixels(PHOTOSHOP_CHANNEL id, TsampleBuffer bytes);
+  const TsampleBuffer* channelCompressedPixels(PHOTOSHOP_CHANNEL id) const;
   void setChannelDataLength(PHOTOSHOP_CHANNEL id, uint32_t n);
   uint32_t channelDataLength(PHOTOSHOP_CHANNEL id) const;
   void setCompositeLengthInfo(PHOTOSHOP_CHANNEL id, std::vector<uint16_t> table);

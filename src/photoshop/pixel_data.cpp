@@ -94,7 +94,7 @@ TCompressionMethod TpixelData16::compressionMethod(PHOTOSHOP_CHANNEL id) const {
   return channel(id) ? channel(id)->method : RAW;
 }
 
-void TpixelData16::setChannelCompressedPixels(PHOTOSHOP_CHANNEL id, std::vector<uint8_t> bytes) {
+void TpixelData16::setChannelCompressedPixels(PHOTOSHOP_CHANNEL id, TsampleBuffer bytes) {
   Tchannel* c = channel(id);
   if (!c) return;
   c->compressedLength = uint32_t(bytes.size());
@@ -103,7 +103,7 @@ void TpixelData16::setChannelCompressedPixels(PHOTOSHOP_CHANNEL id, std::vector<
   c->raw.clear();
   c->hasRaw = false;
 }
-const std::vector<uint8_t>* TpixelData16::channelCompressedPixels(PHOTOSHOP_CHANNEL id) const {
+const TsampleBuffer* TpixelData16::channelCompressedPixels(PHOTOSHOP_CHANNEL id) const {
   const Tchannel* c = channel(id);
   return c && c->hasCompressed ? &c->compressed : nullptr;
 }

@@ -142,7 +142,7 @@ bool decodeZip(Tchannel& c, bool predict) {
 bool encodeRle(Tchannel& c, bool separateTable) {
   const size_t rb = c.rowBytes();
   const size_t cap = (rb + 4) / 5 + rb;
-  std::vector<uint8_t> out(size_t(c.height) * (cap + (separateTable ? 0 : 2)));
+  TsampleBuffer out(size_t(c.height) * (cap + (separateTable ? 0 : 2)));
   std::vector<uint16_t> counts(c.height);
   size_t at = separateTable ? 0 : size_t(c.height) * 2;
   const uint8_t* src = c.raw.data();
@@ -184,7 +184,7 @@ bool encodeZip(Tchannel& c, bool predict) {
     auto* s = reinterpret_cast<uint16_t*>(in.data());
     for (size_t i = 0; i < in.size() / 2; ++i) s[i] = vora::swap16(s[i]);
   }
-  std::vector<uint8_t> out(size_t(double(bps * c.width * c.height + 12) * 1.1));
+  TsampleBuffer out(size_t(double(bps * c.width * c.height + 12) * 1.1));
   z_stream z{};
   if (deflateInit2_(&z, -1, 8, 12, 8, 0, "1.1.3", int(sizeof(z_stream))) != Z_OK) return false;
   z.next_in = in.data();

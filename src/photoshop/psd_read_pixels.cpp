@@ -69,7 +69,7 @@ int TpsdFile::readFlattenedImage(TrgbaData& out) {
         uint64_t length = uint64_t(w) * h * bps;
         pixels.addChannel(id, w, h, max);
         pixels.setCompressionMethod(id, RAW);
-        pixels.setChannelCompressedPixels(id, in.bytes(length, "the composite's raw data"));
+        pixels.setChannelCompressedPixels(id, in.samples(length, "the composite's raw data"));
         pixels.setChannelDataLength(id, uint32_t(length));
       }
     } else {
@@ -87,7 +87,7 @@ int TpsdFile::readFlattenedImage(TrgbaData& out) {
         pixels.addChannel(id, w, h, max);
         pixels.setCompressionMethod(id, RLE);
         pixels.setCompositeLengthInfo(id, std::move(rows));
-        pixels.setChannelCompressedPixels(id, in.bytes(sum, "the composite's run-length data"));
+        pixels.setChannelCompressedPixels(id, in.samples(sum, "the composite's run-length data"));
         pixels.setChannelDataLength(id, uint32_t(sum));
       }
     }
@@ -139,7 +139,7 @@ int TpsdFile::readAllChannelData() {
                                TCompressionMethod(method), what), what);
         pixels.addChannel(info.id, uint32_t(w), uint32_t(h), fill);
         pixels.setCompressionMethod(info.id, TCompressionMethod(method));
-        pixels.setChannelCompressedPixels(info.id, in.bytes(info.length - 2u, what.c_str()));
+        pixels.setChannelCompressedPixels(info.id, in.samples(info.length - 2u, what.c_str()));
         pixels.setChannelDataLength(info.id, info.length);
       }
       // A transparency channel for every layer, so that callers find one.

@@ -73,6 +73,14 @@ std::vector<uint8_t> PsdStream::bytes(uint64_t n, const char* what) {
   return v;
 }
 
+TsampleBuffer PsdStream::samples(uint64_t n, const char* what) {
+  need(n, what);
+  TmemoryException::checkAllocation(n);
+  TsampleBuffer v(static_cast<size_t>(n));
+  read(v.data(), v.size(), what);
+  return v;
+}
+
 std::vector<uint8_t> PsdStream::bytesUpTo(uint64_t n) {
   return bytes(n < remaining() ? n : remaining(), "a section");
 }

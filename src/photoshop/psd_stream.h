@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <vora/foundation/tfilepath.h>
+#include <vora/photoshop.h>
 
 namespace ktPhotoshop {
 
@@ -41,6 +42,8 @@ class PsdStream {
   int32_t s32(const char* what) { return int32_t(u32(what)); }
   // n bytes, refused before allocating when the file does not hold them.
   std::vector<uint8_t> bytes(uint64_t n, const char* what);
+  // The same into a sample buffer: no zero fill, large pages for a channel's megabytes.
+  TsampleBuffer samples(uint64_t n, const char* what);
   // Up to n bytes: what remains of the file when it holds fewer (a short fread, as a plain
   // buffered reader would get), for the sections after the layer records.
   std::vector<uint8_t> bytesUpTo(uint64_t n);

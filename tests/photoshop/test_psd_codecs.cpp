@@ -78,7 +78,7 @@ TEST(PsdCodecs, ZipPredictionAsymmetry) {
   TpixelData16 d(k8Bits);
   d.addChannel(RED, 40, 9);
   d.setCompressionMethod(RED, ZIP_PREDICTION);
-  d.setChannelCompressedPixels(RED, z);
+  d.setChannelCompressedPixels(RED, {z.begin(), z.end()});
   d.setChannelDataLength(RED, uint32_t(z.size() + 2));
   EXPECT_TRUE(d.decodeChannel(RED));
   EXPECT_EQ(Bytes(d.getRedPixelPtr(), d.getRedPixelPtr() + eight.size()), eight);

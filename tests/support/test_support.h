@@ -31,6 +31,10 @@ class TempDir {
 void writeFile(const std::string& path, const Bytes& data);
 Bytes readFile(const std::string& path);
 std::string hex(const Bytes& b);
+template <class Allocator>  // buffers of other allocators (the library's sample buffers)
+std::string hex(const std::vector<uint8_t, Allocator>& b) {
+  return hex(Bytes(b.begin(), b.end()));
+}
 
 // SHA-256 of the bytes, as hex (through sha256sum).
 std::string sha256(const Bytes& b);
