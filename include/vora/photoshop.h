@@ -166,6 +166,11 @@ VORA_API bool decode(Tchannel& c);
 VORA_API bool encode(Tchannel& c, bool separateTable);
 // One PackBits row of count bytes; returns the bytes written (capacity: (count + 4) / 5 + count).
 VORA_API size_t packBitsRow(const uint8_t* src, size_t count, uint8_t* out);
+// One 8-bit PackBits row of inLen bytes into want bytes (output not reached is zero); true when
+// exactly want bytes came out. The plain form moves a packet at a time, the reference of the
+// other, which copies in blocks.
+VORA_API bool unpackBits8(const uint8_t* in, size_t inLen, uint8_t* out, size_t want);
+VORA_API bool unpackBits8Plain(const uint8_t* in, size_t inLen, uint8_t* out, size_t want);
 }  // namespace codec
 
 }  // namespace ktPhotoshop

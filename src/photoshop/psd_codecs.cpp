@@ -14,10 +14,11 @@ namespace ktPhotoshop::codec {
 
 namespace {
 
+}  // namespace
+
 // 8-bit PackBits: n >= 0 copies n + 1 bytes, -128 < n < 0 repeats one byte 1 - n times, -128 is
-// skipped. True when exactly want bytes came out (the caller does not check). Output
-// not reached is set to zero.
-bool unpackBits8(const uint8_t* in, size_t inLen, uint8_t* out, size_t want) {
+// skipped. Output not reached is set to zero.
+bool unpackBits8Plain(const uint8_t* in, size_t inLen, uint8_t* out, size_t want) {
   size_t i = 0, o = 0;
   while (i < inLen) {
     int8_t n = int8_t(in[i++]);
@@ -38,6 +39,30 @@ bool unpackBits8(const uint8_t* in, size_t inLen, uint8_t* out, size_t want) {
   if (o < want) memset(out + o, 0, want - o);
   return o == want;
 }
+
+// The same, packets of rendered pictures (short literals, short runs) moved 16 bytes at a time
+// while 128 bytes of input and output remain: bytes copied past a packet's end are overwritten
+// by the next packets or by the final zero fill.
+bool unpackBits8(const uint8_t* in, size_t inLen, uint8_t* out, size_t want) {
+  size_t i = 0, o = 0;
+  while (i + 130 <= inLen && o + 128 <= want) {
+    const int8_t n = int8_t(in[i++]);
+    if (n >= 0) {
+      const size_t k = size_t(n) + 1;
+      for (size_t c = 0; c < k; c += 16) memcpy(out + o + c, in + i + c, 16);
+      i += k, o += k;
+    } else if (n != -128) {
+      uint8_t v[16];
+      memset(v, in[i++], 16);
+      const size_t k = size_t(1 - n);
+      for (size_t c = 0; c < k; c += 16) memcpy(out + o + c, v, 16);
+      o += k;
+    }
+  }
+  return unpackBits8Plain(in + i, inLen - i, out + o, want - o);
+}
+
+namespace {
 
 // 16-bit rows, as this library has always read them: the row's bytes are swapped in pairs, then headers are read
 // as little-endian 16-bit values with a one-byte advance (deliberate); literals and runs move in

@@ -65,6 +65,29 @@ TEST(PsdCodecs, PackBitsBytes) {
 
 // A 16-bit channel compressed with method 3 does not decode back to its samples; an
 // 8-bit channel with method 3 decodes exactly.
+// The block decoder gives the plain decoder's bytes and answer on rows packed from noise, ramps
+// and flat runs, on random bytes (packets that lie about their lengths), on rows cut short, and
+// on rows that hold more or less than the width.
+TEST(PsdCodecs, BlockUnpackerEqualsThePlainUnpacker) {
+  std::mt19937 rng(11);
+  for (int round = 0; round < 400; ++round) {
+    const size_t width = 1 + rng() % 700;
+    Bytes row(width), packed(width * 2 + 8);
+    for (size_t x = 0; x < width; ++x) row[x] = uint8_t(round % 3 == 0 ? rng() : round % 3 == 1 ? x / (1 + round % 7) : (rng() % 5 ? 9 : rng()));
+    size_t len = codec::packBitsRow(row.data(), width, packed.data());
+    if (round % 4 == 3) {
+      for (size_t k = 0; k < len; ++k) packed[k] = uint8_t(rng());  // hostile
+    }
+    if (round % 5 == 4) len -= std::min<size_t>(len, rng() % 40);  // cut short
+    const size_t want = round % 6 == 5 ? width / 2 + rng() % width : width;
+    Bytes fast(want + 1, 0xEE), plain(want + 1, 0xEE);
+    const bool a = codec::unpackBits8(packed.data(), len, fast.data(), want);
+    ASSERT_EQ(a, codec::unpackBits8Plain(packed.data(), len, plain.data(), want)) << round;
+    ASSERT_EQ(fast, plain) << round;
+    if (round % 4 != 3 && round % 5 != 4 && want == width) EXPECT_EQ(Bytes(fast.begin(), fast.end() - 1), row) << round;
+  }
+}
+
 TEST(PsdCodecs, ZipPredictionAsymmetry) {
   // 8-bit data predicted as Photoshop writes it (each byte minus the one before, per row, then
   // deflated) decodes exactly: the running sum inverts the row deltas.
