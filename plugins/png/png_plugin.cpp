@@ -38,14 +38,14 @@ void readBytes(png_structp png, png_bytep out, png_size_t n) {
 // libpng allocates what a chunk's length says before it reads the chunk, so a damaged length would
 // cost gigabytes; every chunk up to IEND must lie inside the file. Returns the damaged chunk's offset.
 size_t chunkPastTheEnd(const std::vector<uint8_t>& file) {
-  for (size_t at = 8; at + 12 <= file.size();) {
+  for (size_t at = 8; at + 8 <= file.size();) {  // libpng acts on a header it could read whole
     const uint8_t* c = file.data() + at;
     const size_t length = size_t(c[0]) << 24 | size_t(c[1]) << 16 | size_t(c[2]) << 8 | c[3];
-    if (length > file.size() - at - 12) return at;
+    if (file.size() - at < 12 || length > file.size() - at - 12) return at;
     if (memcmp(c + 4, "IEND", 4) == 0) return 0;
     at += 12 + length;
   }
-  return 0;  // a file cut between chunks: libpng says so when it reads there
+  return 0;  // a file cut inside a chunk header: libpng says so when it reads there
 }
 
 struct PngCodec {

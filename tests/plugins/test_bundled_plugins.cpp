@@ -380,15 +380,18 @@ TEST(PluginMalformed, LengthsPastTheEndAreRefusedBeforeDecoding) {
     std::string sample, name;
     size_t at;          // where the damaged record is put
     vt::Bytes record;   // what is put there
+    bool last = false;  // the file ends with the record
   } cases[] = {
-      // after the PNG signature and IHDR: a tEXt chunk of 0x7FFFFFF0 bytes
+      // after the PNG signature and IHDR: a tEXt chunk of 0x7FFFFFF0 bytes, in the file and last
       {"png/im_rgba8.png", "bad.png", 33, {0x7F, 0xFF, 0xFF, 0xF0, 't', 'E', 'X', 't', 'k', 0}},
+      {"png/im_rgba8.png", "cut.png", 33, {0x7F, 0xFF, 0xFF, 0xF0, 't', 'E', 'X', 't', 'k'}, true},
       // first in the OpenEXR header: an attribute of a type unknown to the library, as large
       {"exr/oiio_half.exr", "bad.exr", 8, {'x', 0, 'j', 'u', 'n', 'k', 0, huge[0], huge[1], huge[2], huge[3]}},
   };
   for (const Case& c : cases) {
     vt::Bytes b = vt::readFile(kSamples + "/" + c.sample);
     b.insert(b.begin() + long(c.at), c.record.begin(), c.record.end());
+    if (c.last) b.resize(c.at + c.record.size());
     const std::string path = d.path(c.name);
     vt::writeFile(path, b);
     IMF_info info;
