@@ -1,6 +1,9 @@
 // Fuzz target: the channel decoders on arbitrary compressed bytes, row tables and data
-// lengths. The first 8 bytes choose the method, format, size and table form.
+// lengths. The first 8 bytes choose the method, format, size and table form. The block PackBits
+// decoder is also checked against the plain one on the whole input as one long row.
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include <vora/photoshop.h>
@@ -19,7 +22,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (uint32_t y = 0; y < h && at + 1 < size; ++y, at += 2) table.push_back(uint16_t(data[at] << 8 | data[at + 1]));
     d.setCompositeLengthInfo(RED, table);
   }
-  d.setChannelCompressedPixels(RED, std::vector<uint8_t>(data + at, data + size));
+  d.setChannelCompressedPixels(RED, TsampleBuffer(data + at, data + size));
+  const size_t want = size_t(data[1]) << 4 | data[2] >> 4;
+  std::vector<uint8_t> fast(want + 1), plain(want + 1);
+  if (codec::unpackBits8(data + 8, size - 8, fast.data(), want) != codec::unpackBits8Plain(data + 8, size - 8, plain.data(), want) ||
+      memcmp(fast.data(), plain.data(), want) != 0)
+    abort();
   d.setChannelDataLength(RED, uint32_t(data[5] << 8 | data[6]) + (data[7] & 1 ? uint32_t(size) : 0));
   try {
     d.decodeChannel(RED);
