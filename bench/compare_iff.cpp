@@ -1,13 +1,13 @@
 // Side by side with OpenImageIO (issue 3's speed goal): reading a whole RLE IFF image into memory
 // and writing it, on the same generated RGBA 8-bit image, in one process; medians of interleaved
 // rounds; memcpy of the same pixels as the memory-bandwidth yardstick.
+#include <vora/ilib.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include <vora/ilib.h>
 
 #include "compare_common.h"
 #include "oiio_peer.h"
@@ -53,39 +53,43 @@ int main(int argc, char** argv) {
   const Args args = parseArgs(argc, argv, 4096, 7);
   const int n = args.size, rounds = args.rounds;
   const std::string& dir = args.dir;
-  std::vector<uint8_t> rgba = picture(n), il = toIl(rgba, n);
-  std::string ours = dir + "/bench_ours.iff", peer = dir + "/bench_oiio.iff";
-  std::vector<double> tMem, tOw, tPw, tOrO, tOrP, tPrO, tPrP;
-  std::vector<uint8_t> dst(rgba.size()), a(rgba.size()), b(rgba.size());
-  for (int r = 0; r < rounds; ++r) {
-    tMem.push_back(seconds([&] { memcpy(dst.data(), il.data(), il.size()); }));
-    tOw.push_back(seconds([&] { oursWrite(ours, il, n); }));
-    tPw.push_back(seconds([&] { peerWrite(peer, rgba, n, "rle"); }));
-    tOrO.push_back(seconds([&] { oursRead(ours, a); }));
-    tPrO.push_back(seconds([&] { peerRead(ours, b); }));
-    tOrP.push_back(seconds([&] { oursRead(peer, a); }));
-    tPrP.push_back(seconds([&] { peerRead(peer, b); }));
+  for (const std::string& kind : contentKinds(args.content)) {
+    std::vector<uint8_t> rgba = content(kind, n), il = toIl(rgba, n);
+    std::string ours = dir + "/bench_ours.iff", peer = dir + "/bench_oiio.iff";
+    std::vector<double> tMem, tOw, tPw, tOrO, tOrP, tPrO, tPrP;
+    std::vector<uint8_t> dst(rgba.size()), a(rgba.size()), b(rgba.size());
+    for (int r = 0; r < rounds; ++r) {
+      tMem.push_back(seconds([&] { memcpy(dst.data(), il.data(), il.size()); }));
+      tOw.push_back(seconds([&] { oursWrite(ours, il, n); }));
+      tPw.push_back(seconds([&] { peerWrite(peer, rgba, n, "rle"); }));
+      tOrO.push_back(seconds([&] { oursRead(ours, a); }));
+      tPrO.push_back(seconds([&] { peerRead(ours, b); }));
+      tOrP.push_back(seconds([&] { oursRead(peer, a); }));
+      tPrP.push_back(seconds([&] { peerRead(peer, b); }));
+    }
+    // Both readers must agree on both files.
+    oursRead(peer, a);
+    peerRead(peer, b);
+    if (toIl(b, n) != a) {
+      fprintf(stderr, "readers disagree on %s\n", peer.c_str());
+      return 1;
+    }
+    oursRead(ours, a);
+    if (a != il) {
+      fprintf(stderr, "our round trip differs\n");
+      return 1;
+    }
+    double mem = median(tMem);
+    printf(
+        "%s: %d x %d RGBA 8-bit, %zu MB of pixels; RLE files: ours %.1f MB, OpenImageIO %.1f MB; "
+        "medians of %d rounds\n",
+        kind.c_str(), n, n, il.size() >> 20, megabytes(ours), megabytes(peer), rounds);
+    printf("%-40s %12s %12s   %6s\n", "", "voraimage", "OpenImageIO", "speedup");
+    row("write RLE", median(tOw), median(tPw), mem);
+    row("read RLE (file written by us)", median(tOrO), median(tPrO), mem);
+    row("read RLE (file written by OIIO)", median(tOrP), median(tPrP), mem);
+    printf("%-40s %9.1f ms  (%.1f GB/s)\n", "memcpy of the pixels", mem * 1e3,
+           il.size() / mem / 1e9);
   }
-  // Both readers must agree on both files.
-  oursRead(peer, a);
-  peerRead(peer, b);
-  if (toIl(b, n) != a) {
-    fprintf(stderr, "readers disagree on %s\n", peer.c_str());
-    return 1;
-  }
-  oursRead(ours, a);
-  if (a != il) {
-    fprintf(stderr, "our round trip differs\n");
-    return 1;
-  }
-  double mem = median(tMem);
-  printf("%d x %d RGBA 8-bit, %zu MB of pixels; RLE files: ours %.1f MB, OpenImageIO %.1f MB; "
-         "medians of %d rounds\n",
-         n, n, il.size() >> 20, megabytes(ours), megabytes(peer), rounds);
-  printf("%-40s %12s %12s   %6s\n", "", "voraimage", "OpenImageIO", "speedup");
-  row("write RLE", median(tOw), median(tPw), mem);
-  row("read RLE (file written by us)", median(tOrO), median(tPrO), mem);
-  row("read RLE (file written by OIIO)", median(tOrP), median(tPrP), mem);
-  printf("%-40s %9.1f ms  (%.1f GB/s)\n", "memcpy of the pixels", mem * 1e3, il.size() / mem / 1e9);
   return 0;
 }

@@ -2,6 +2,8 @@
 # Native IFF, side by side with OpenImageIO on the same generated 4096 x 4096 RGBA 8-bit image, in
 # one run: whole-image RLE read and write (medians of interleaved rounds, ratios, "x memcpy"), then
 # the per-tile codec throughput next to memcpy. Usage: bench/compare_iff.sh [ROUNDS]
+# Every comparison runs on both content classes (bench/compare_common.h): the flat/synthetic picture and the
+# render-like one (gradients with sensor noise, a band of noise, flat shapes).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 make --no-print-directory build >/dev/null

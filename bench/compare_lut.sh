@@ -3,6 +3,8 @@
 # 4096 x 4096 float RGBA pixels, ours on one thread and on every core against OCIO's CPU processor
 # (FileTransform, linear interpolation); medians of interleaved rounds, ratios, "x memcpy", and the
 # largest difference between the two results. Usage: bench/compare_lut.sh [ROUNDS]
+# Every comparison runs on both content classes (bench/compare_common.h): the flat/synthetic picture and the
+# render-like one (gradients with sensor noise, a band of noise, flat shapes).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 make --no-print-directory build >/dev/null
