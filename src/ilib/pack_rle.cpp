@@ -1,6 +1,9 @@
 // The "RLE" codec (ILpackrle, ILunpackrle): one byte-packet stream per (byte plane,
 // slot), planes most significant first, packets running across row ends.
+#include <cstring>
 #include <vector>
+
+#include <vora/imf.h>
 
 #include "ilib/pack_common.h"
 
@@ -55,6 +58,16 @@ bool encodeBytes(Output& o, const unsigned char* a, size_t n) {
 }  // namespace vora::il::pack
 
 namespace {
+
+// Byte elements filling every slot of the pixel, without lookup tables: the streams are split out
+// of the pixels, or decoded into planes of their own (runs and literals moved as blocks) and then
+// interleaved, by the vectorised kernels rather than byte by byte at the pixel stride.
+bool decodesThroughPlanes(const ILpackdesc* d, const Geometry& g) {
+  if (g.fileBytes != 1 || g.nslots != g.epp || g.nslots < 2) return false;
+  for (uint32_t k = 0; k < g.nslots; ++k)
+    if (lut(d, g.slots[k]) != ildeflut) return false;
+  return true;
+}
 
 // Writes decoded bytes of one stream at their places; rows may be apart (pitch > width).
 class StreamWriter {
@@ -118,11 +131,23 @@ uint32_t ILpackrle(ILpackdesc* d, unsigned char* pixels, unsigned char* out) {
   bool rotate = needsRealRotation(g);
   if (rotate) ConvertBGRAtoABGR(d, pixels);
   Output o(out, raw);
+  const size_t n = size_t(g.width) * g.rows;
+  bool ok = true;
+  if (!rotate && decodesThroughPlanes(d, g)) {  // every stream split out at once by the vectorised split
+    thread_local std::vector<unsigned char> planes;
+    planes.resize(n * g.nslots);
+    for (uint32_t y = 0; y < g.rows; ++y) {
+      void* rows[4];  // byte b of a pixel is the slot slotOffset places there
+      for (uint32_t k = 0; k < g.nslots; ++k) rows[slotOffset(g, k)] = planes.data() + n * k + size_t(y) * g.width;
+      IMF_line_split(pixels + y * g.rowStride, int(g.nslots), 1, int(g.width), rows);
+    }
+    for (uint32_t k = 0; k < g.nslots && ok; ++k) ok = encodeBytes(o, planes.data() + n * k, n);
+    const uint32_t packed = uint32_t(o.at() - out);
+    return !ok || packed < 128 ? ILpack(d, pixels, out) : packed;
+  }
   // One stream at a time, gathered into contiguous bytes (through the lookup table).
   thread_local std::vector<unsigned char> stream;
-  const size_t n = size_t(g.width) * g.rows;
   stream.resize(n);
-  bool ok = true;
   for (uint32_t plane = 0; plane < g.fileBytes && ok; ++plane) {
     for (uint32_t k = 0; k < g.nslots && ok; ++k) {
       uint32_t s = g.slots[k];
@@ -161,6 +186,24 @@ uint32_t ILunpackrle(ILpackdesc* d, const unsigned char* in, unsigned char* pixe
   const unsigned char* p = in;
   const unsigned char* end = in + d->packed;
   const size_t n = size_t(g.width) * g.rows;
+  if (decodesThroughPlanes(d, g)) {
+    thread_local std::vector<unsigned char> planes;
+    planes.resize(n * g.nslots);
+    for (uint32_t k = 0; k < g.nslots; ++k) {
+      unsigned char* q = planes.data() + n * k;
+      p = readBytePackets(
+          p, end, n, [&](unsigned char v, size_t c) { memset(q, v, c), q += c; },
+          [&](const unsigned char* src, size_t c) { memcpy(q, src, c), q += c; });
+      if (!p) return overrun();
+    }
+    for (uint32_t y = 0; y < g.rows; ++y) {
+      const void* rows[4];
+      for (uint32_t k = 0; k < g.nslots; ++k) rows[k] = planes.data() + n * k + size_t(y) * g.width;
+      IMF_planes_join(rows, int(g.nslots), 1, int(g.width), pixels + y * g.rowStride);
+    }
+    ConvertABGRtoBGRA(d, pixels);
+    return filledBytes(g);
+  }
   for (uint32_t plane = 0; plane < g.fileBytes; ++plane) {
     for (uint32_t k = 0; k < g.nslots; ++k) {
       uint32_t s = g.slots[k];
