@@ -197,11 +197,10 @@ uint32_t ILunpackrle(ILpackdesc* d, const unsigned char* in, unsigned char* pixe
       if (!p) return overrun();
     }
     for (uint32_t y = 0; y < g.rows; ++y) {
-      const void* rows[4];
-      for (uint32_t k = 0; k < g.nslots; ++k) rows[k] = planes.data() + n * k + size_t(y) * g.width;
+      const void* rows[4];  // each slot straight to where the rotation below would put it
+      for (uint32_t k = 0; k < g.nslots; ++k) rows[slotOffset(g, k)] = planes.data() + n * k + size_t(y) * g.width;
       IMF_planes_join(rows, int(g.nslots), 1, int(g.width), pixels + y * g.rowStride);
     }
-    ConvertABGRtoBGRA(d, pixels);
     return filledBytes(g);
   }
   for (uint32_t plane = 0; plane < g.fileBytes; ++plane) {
