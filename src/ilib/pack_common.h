@@ -82,7 +82,10 @@ class Output {
 
 // The RLE byte-packet encoder over one whole stream of n >= 1 bytes; false when the
 // output would reach the budget.
-bool encodeBytes(Output& o, const unsigned char* a, size_t n);
+VORA_API bool encodeBytes(Output& o, const unsigned char* a, size_t n);
+// The same packets found byte by byte: the reference the block encoder is tested against
+// (exported for the tests).
+VORA_API bool encodeBytesPlain(Output& o, const unsigned char* a, size_t n);
 
 // Offset of a slot's element inside a pixel as the caller holds it: four elements are in memory
 // order blue, green, red, alpha, i.e. rotated slot s is memory element (s + 3) % 4; other layouts

@@ -1,7 +1,13 @@
 // The "RLE" codec (ILpackrle, ILunpackrle): one byte-packet stream per (byte plane,
 // slot), planes most significant first, packets running across row ends.
+#include <algorithm>
 #include <cstring>
 #include <vector>
+
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define VORA_IL_SSE2 1
+#endif
 
 #include <vora/imf.h>
 
@@ -13,7 +19,7 @@ namespace vora::il::pack {
 
 // The encoder's steps, run over a contiguous stream: a literal of L bytes a[ls, ls+L)
 // whose trailing equal bytes began at offset rs; a run of runLen copies of one byte.
-bool encodeBytes(Output& o, const unsigned char* a, size_t n) {
+bool encodeBytesPlain(Output& o, const unsigned char* a, size_t n) {
   size_t i = 0, ls = 0, L = 0, rs = 0;
   unsigned char prev = uint8_t(~a[0]);  // the first byte never continues anything
   auto literal = [&](size_t from, size_t len) {
@@ -53,6 +59,91 @@ bool encodeBytes(Output& o, const unsigned char* a, size_t n) {
     if (i < n) ls = i, L = 1, rs = 0, prev = a[i], ++i;  // a different byte, or the run was full
   }
   return literal(ls, L);
+}
+
+
+namespace {
+
+#if VORA_IL_SSE2
+inline int lowestBit(unsigned m) {
+#if defined(_MSC_VER)
+  unsigned long i;
+  _BitScanForward(&i, m);
+  return int(i);
+#else
+  return __builtin_ctz(m);
+#endif
+}
+inline __m128i load16(const unsigned char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+#endif
+
+// The first j in [from, to) where a[j], a[j + 1] and a[j + 2] are equal (all inside a[0, to + 2)),
+// or to.
+size_t nextTriple(const unsigned char* a, size_t from, size_t to) {
+  size_t j = from;
+#if VORA_IL_SSE2
+  for (; j + 16 <= to; j += 16) {
+    const __m128i x = load16(a + j), y = load16(a + j + 1), z = load16(a + j + 2);
+    const unsigned m = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(x, y), _mm_cmpeq_epi8(y, z))));
+    if (m) return j + size_t(lowestBit(m));
+  }
+#endif
+  for (; j < to; ++j)
+    if (a[j] == a[j + 1] && a[j + 1] == a[j + 2]) return j;
+  return to;
+}
+
+// Where the run of a[j] that begins at j ends, at most at limit.
+size_t runEnd(const unsigned char* a, size_t j, size_t limit) {
+  size_t k = j + 1;
+#if VORA_IL_SSE2
+  const __m128i v = _mm_set1_epi8(char(a[j]));
+  for (; k + 16 <= limit; k += 16) {
+    const unsigned m = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(load16(a + k), v))) ^ 0xFFFFu;
+    if (m) return k + size_t(lowestBit(m));
+  }
+#endif
+  while (k < limit && a[k] == a[j]) ++k;
+  return k;
+}
+
+}  // namespace
+
+// The plain encoder's packets found by position: at a literal's start two equal bytes begin a
+// run; inside a literal the first three equal bytes that end within its 128 begin one; a run
+// takes up to 128 bytes. Runs of three and literals are found 16 bytes at a time: rendered
+// pictures are mostly literals.
+bool encodeBytes(Output& o, const unsigned char* a, size_t n) {
+  auto run = [&](size_t from) {
+    const size_t end = runEnd(a, from, std::min(n, from + 128));
+    if (!o.room(2)) return size_t(0);
+    o.byte(uint8_t((end - from - 1) | 0x80));
+    o.byte(a[from]);
+    return end;
+  };
+  auto literal = [&](size_t from, size_t len) {
+    if (!o.room(len + 1)) return false;
+    o.byte(uint8_t(len - 1));
+    o.bytes(a + from, len);
+    return true;
+  };
+  size_t i = 0;
+  while (i < n) {
+    if (i + 1 < n && a[i + 1] == a[i]) {
+      if (!(i = run(i))) return false;
+      continue;
+    }
+    const size_t last = std::min(i + 127, n - 1);  // the third byte of a run found inside
+    const size_t j = last >= i + 3 ? nextTriple(a, i + 1, last - 1) : last;
+    if (j + 2 <= last) {
+      if (!literal(i, j - i) || !(i = run(j))) return false;
+      continue;
+    }
+    const size_t len = std::min<size_t>(128, n - i);
+    if (!literal(i, len)) return false;
+    i += len;
+  }
+  return true;
 }
 
 }  // namespace vora::il::pack

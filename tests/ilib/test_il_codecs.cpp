@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "ilib/pack_common.h"
 #include "support/test_support.h"
 
 using vt::Bytes;
@@ -242,6 +243,25 @@ TEST(IlCodecs, RlePlanesEqualThePerBytePath) {
         ASSERT_EQ(nx, ny) << epp << " " << w << " " << damage;
         if (nx) EXPECT_EQ(x, y) << epp << " " << w << " " << damage;
       }
+}
+
+// The block encoder makes the plain encoder's packets and meets the budget where it does: streams
+// of noise, of pairs, of runs of three and of 129, of literals of 127 to 129 ending in equal bytes.
+TEST(IlCodecs, RleBlockEncoderEqualsThePlainEncoder) {
+  std::mt19937 rng(21);
+  for (int round = 0; round < 600; ++round) {
+    const size_t n = 1 + rng() % (round % 2 ? 40 : 700);
+    const int period = 1 + int(rng() % 140);
+    Bytes a(n);
+    for (size_t i = 0; i < n; ++i)
+      a[i] = uint8_t(round % 5 == 0 ? rng() : round % 5 == 1 ? i / 2 : round % 5 == 2 ? i / 3 : (i % period) < 3 ? 7 : rng() % 4);
+    const size_t budget = round % 3 ? 2 * n + 8 : n;  // a third must fall back within the raw size
+    Bytes fast(budget + 1), plain(budget + 1);
+    vora::il::pack::Output of(fast.data(), budget), op(plain.data(), budget);
+    const bool a1 = vora::il::pack::encodeBytes(of, a.data(), n), a2 = vora::il::pack::encodeBytesPlain(op, a.data(), n);
+    ASSERT_EQ(a1, a2) << round;
+    if (a1) ASSERT_EQ(Bytes(fast.data(), of.at()), Bytes(plain.data(), op.at())) << round;
+  }
 }
 
 TEST(IlCodecs, QrlRowsWiderThan4096AreCodedWhole) {
