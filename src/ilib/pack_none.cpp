@@ -117,6 +117,13 @@ uint32_t ILunpack(ILpackdesc* d, const unsigned char* in, unsigned char* pixels)
   Geometry g = geometry(d);
   if (d->packed < ILrawsize(d)) return overrun();
   const unsigned char* q = in;
+  bool tables = false;
+  for (uint32_t k = 0; k < g.nslots; ++k) tables |= lut(d, g.slots[k]) != ildeflut;
+  if (g.fileBytes == 1 && g.nslots == g.epp && !tables) {  // rows stored as memory holds them before the rotation
+    for (uint32_t y = 0; y < g.rows; ++y, q += size_t(g.width) * g.epp) memcpy(pixels + y * g.rowStride, q, size_t(g.width) * g.epp);
+    ConvertABGRtoBGRA(d, pixels);
+    return filledBytes(g);
+  }
   for (uint32_t y = 0; y < g.rows; ++y) {
     unsigned char* p = pixels + y * g.rowStride;
     for (uint32_t x = 0; x < g.width; ++x, p += g.pixelStride) {

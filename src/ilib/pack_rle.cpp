@@ -160,6 +160,29 @@ bool decodesThroughPlanes(const ILpackdesc* d, const Geometry& g) {
   return true;
 }
 
+// One stream decoded into n contiguous bytes; the input after it, or null when it overruns. While
+// a whole packet of input and of output remains, packets move 16 bytes at a time (bytes past a
+// packet's end are overwritten by the next ones); the rest goes packet by packet with every check.
+const unsigned char* decodePlane(const unsigned char* p, const unsigned char* end, unsigned char* q, size_t n) {
+  unsigned char* const stop = q + n;
+  while (end - p >= 130 && stop - q >= 128) {
+    const unsigned h = *p++;
+    const size_t count = (h & 0x7F) + 1;
+    if (h & 0x80) {
+      unsigned char v[16];
+      memset(v, *p++, 16);
+      for (size_t c = 0; c < count; c += 16) memcpy(q + c, v, 16);
+    } else {
+      for (size_t c = 0; c < count; c += 16) memcpy(q + c, p + c, 16);
+      p += count;
+    }
+    q += count;
+  }
+  return readBytePackets(
+      p, end, size_t(stop - q), [&](unsigned char v, size_t c) { memset(q, v, c), q += c; },
+      [&](const unsigned char* src, size_t c) { memcpy(q, src, c), q += c; });
+}
+
 // Writes decoded bytes of one stream at their places; rows may be apart (pitch > width).
 class StreamWriter {
  public:
@@ -280,13 +303,8 @@ uint32_t ILunpackrle(ILpackdesc* d, const unsigned char* in, unsigned char* pixe
   if (decodesThroughPlanes(d, g)) {
     thread_local std::vector<unsigned char> planes;
     planes.resize(n * g.nslots);
-    for (uint32_t k = 0; k < g.nslots; ++k) {
-      unsigned char* q = planes.data() + n * k;
-      p = readBytePackets(
-          p, end, n, [&](unsigned char v, size_t c) { memset(q, v, c), q += c; },
-          [&](const unsigned char* src, size_t c) { memcpy(q, src, c), q += c; });
-      if (!p) return overrun();
-    }
+    for (uint32_t k = 0; k < g.nslots; ++k)
+      if (!(p = decodePlane(p, end, planes.data() + n * k, n))) return overrun();
     for (uint32_t y = 0; y < g.rows; ++y) {
       const void* rows[4];  // each slot straight to where the rotation below would put it
       for (uint32_t k = 0; k < g.nslots; ++k) rows[slotOffset(g, k)] = planes.data() + n * k + size_t(y) * g.width;
