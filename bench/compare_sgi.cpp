@@ -15,12 +15,15 @@ namespace {
 
 using namespace bench;
 
-// Ours: rows from the bottom, one channel per row call.
+// Ours: rows from the bottom, one channel per row call. Run-length rows are appended as they come,
+// so they go pixel row by pixel row (the picture is read once); verbatim rows have fixed places,
+// so they go channel by channel (the file is written in order).
 void oursWrite(const std::string& path, const std::vector<uint8_t>& px, int n, bool rle) {
   IMAGE* img = iopen(path.c_str(), "w", rle ? 0x0101 : 0x0001, 3, unsigned(n), unsigned(n), 4);
   std::vector<unsigned short> line(static_cast<size_t>(n));
-  for (int z = 0; z < 4; ++z)
-    for (int y = 0; y < n; ++y) {
+  for (int outer = 0; outer < (rle ? n : 4); ++outer)
+    for (int inner = 0; inner < (rle ? 4 : n); ++inner) {
+      const int y = rle ? outer : inner, z = rle ? inner : outer;
       const uint8_t* s = &px[size_t(n - 1 - y) * n * 4 + size_t(z)];
       for (int x = 0; x < n; ++x) line[size_t(x)] = s[size_t(x) * 4];
       putrow(img, line.data(), unsigned(y), unsigned(z));
