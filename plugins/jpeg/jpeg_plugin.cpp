@@ -124,6 +124,7 @@ struct JpegCodec {
     FILE* out = nullptr;
     int layout = 0;                  // of the first line: IMF_PIXELS_RECORD or IMF_PIXELS_BGRA8
     std::vector<uint8_t> green;      // a grey line taken from BGRA8
+    std::vector<char> buffer;        // the file's, until it is closed
   };
 
   // The calls that may jump, each with no object of its own that a jump would skip.
@@ -164,6 +165,8 @@ struct JpegCodec {
     w->info.err = jpeg_std_error(&w->failure.manager);
     w->failure.manager.error_exit = onError;
     if (!(w->out = fopen(path, "wb"))) return why = std::string("cannot be created: ") + strerror(errno), delete w, nullptr;
+    w->buffer.resize(size_t(1) << 20);  // libjpeg hands over 4 KiB at a time: a write call each otherwise
+    setvbuf(w->out, w->buffer.data(), _IOFBF, w->buffer.size());
     if (!start(*w, image, quality)) {
       std::string ignored;
       why = w->failure.message;
