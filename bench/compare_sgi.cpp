@@ -2,6 +2,7 @@
 // the same generated 4096 x 4096 RGBA 8-bit picture, in one process, medians of interleaved rounds.
 // Both sides go between the file and an interleaved RGBA 8-bit buffer. OpenImageIO 2.4 writes SGI
 // verbatim only, so its write is timed in that form (and ours both ways).
+#include <vora/imf.h>
 #include <vora/sgi.h>
 
 #include <cstdio>
@@ -15,18 +16,38 @@ namespace {
 
 using namespace bench;
 
-// Ours: rows from the bottom, one channel per row call. Run-length rows are appended as they come,
-// so they go pixel row by pixel row (the picture is read once); verbatim rows have fixed places,
-// so they go channel by channel (the file is written in order).
+// Ours: rows from the bottom, 16-bit values per row and channel as the interface takes them; the
+// caller splits its pixel rows into channel planes (and joins them back) with the IMF library's
+// interleaving kernels. Run-length rows are appended as they come, so they go pixel row by pixel
+// row (the picture is read once); verbatim rows have fixed places, so they go channel by channel
+// (the file is written in order).
+struct Planes {
+  explicit Planes(int n) : bytes(size_t(n) * 4), line(size_t(n)), width(n) {
+    for (int z = 0; z < 4; ++z) at[z] = bytes.data() + size_t(z) * n;
+  }
+  std::vector<uint8_t> bytes;
+  std::vector<unsigned short> line;
+  void* at[4];
+  int width;
+  unsigned short* widened(int z) {
+    const uint8_t* p = static_cast<const uint8_t*>(at[z]);
+    for (int x = 0; x < width; ++x) line[size_t(x)] = p[x];
+    return line.data();
+  }
+  void narrow(int z) {
+    uint8_t* p = static_cast<uint8_t*>(at[z]);
+    for (int x = 0; x < width; ++x) p[x] = uint8_t(line[size_t(x)]);
+  }
+};
+
 void oursWrite(const std::string& path, const std::vector<uint8_t>& px, int n, bool rle) {
   IMAGE* img = iopen(path.c_str(), "w", rle ? 0x0101 : 0x0001, 3, unsigned(n), unsigned(n), 4);
-  std::vector<unsigned short> line(static_cast<size_t>(n));
+  Planes pl(n);
   for (int outer = 0; outer < (rle ? n : 4); ++outer)
     for (int inner = 0; inner < (rle ? 4 : n); ++inner) {
       const int y = rle ? outer : inner, z = rle ? inner : outer;
-      const uint8_t* s = &px[size_t(n - 1 - y) * n * 4 + size_t(z)];
-      for (int x = 0; x < n; ++x) line[size_t(x)] = s[size_t(x) * 4];
-      putrow(img, line.data(), unsigned(y), unsigned(z));
+      if (!rle || z == 0) IMF_line_split(&px[size_t(n - 1 - y) * n * 4], 4, 1, n, pl.at);
+      putrow(img, pl.widened(z), unsigned(y), unsigned(z));
     }
   if (iclose(img) != 0) {
     fprintf(stderr, "our SGI write failed\n");
@@ -40,13 +61,14 @@ void oursRead(const std::string& path, std::vector<uint8_t>& px, int n) {
     fprintf(stderr, "our SGI read failed\n");
     exit(1);
   }
-  std::vector<unsigned short> line(static_cast<size_t>(n));
-  for (int y = 0; y < n; ++y)
+  Planes pl(n);
+  for (int y = 0; y < n; ++y) {
     for (int z = 0; z < 4; ++z) {
-      getrow(img, line.data(), unsigned(y), unsigned(z));
-      uint8_t* d = &px[size_t(n - 1 - y) * n * 4 + size_t(z)];
-      for (int x = 0; x < n; ++x) d[size_t(x) * 4] = uint8_t(line[size_t(x)]);
+      getrow(img, pl.line.data(), unsigned(y), unsigned(z));
+      pl.narrow(z);
     }
+    IMF_planes_join(pl.at, 4, 1, n, &px[size_t(n - 1 - y) * n * 4]);
+  }
   iclose(img);
 }
 

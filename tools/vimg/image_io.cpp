@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include <vora/ilib.h>
+#include <vora/imf.h>
 #include <vora/sgi.h>
 
 namespace vimg {
@@ -179,6 +180,26 @@ bool readSgi(const std::string& path, Image& img, std::string& error) {
   img.pixels.assign(img.rowBytes() * size_t(img.height), 0);
   std::vector<unsigned short> row(size_t(img.width));
   // Channel c of the file goes to element: grey to B, G, R; RGB to R, G, B; alpha to A.
+  if (img.bytes == 1) {  // each channel narrowed into a plane, the planes joined into the row
+    const size_t w = size_t(img.width);
+    std::vector<uint8_t> planes(w * 5, 255);  // four channels, then an opaque alpha
+    uint8_t* p[5] = {&planes[0], &planes[w], &planes[2 * w], &planes[3 * w], &planes[4 * w]};
+    const bool grey = img.channels <= 2, alpha = img.channels == 2 || img.channels == 4;
+    const void* bgra[4] = {grey ? p[0] : p[2], grey ? p[0] : p[1], p[0], alpha ? p[img.channels - 1] : p[4]};
+    for (int y = 0; y < img.height; ++y) {
+      for (int c = 0; c < img.channels; ++c) {
+        if (getrow(in, row.data(), unsigned(y), unsigned(c)) < 0) {
+          error = path + ": damaged SGI image (row " + std::to_string(y) + ", channel " + std::to_string(c) + ")";
+          iclose(in);
+          return false;
+        }
+        for (size_t x = 0; x < w; ++x) p[c][x] = uint8_t(row[x]);
+      }
+      IMF_planes_join(bgra, 4, 1, img.width, &img.pixels[size_t(y) * w * 4]);
+    }
+    iclose(in);
+    return true;
+  }
   for (int y = 0; y < img.height; ++y)
     for (int c = 0; c < img.channels; ++c) {
       if (getrow(in, row.data(), unsigned(y), unsigned(c)) < 0) {
@@ -219,11 +240,20 @@ bool writeSgi(const std::string& path, const Image& src, const WriteOptions& opt
     return false;
   }
   std::vector<unsigned short> row(size_t(img.width));
+  const size_t w = size_t(img.width);
+  std::vector<uint8_t> planes(img.bytes == 1 ? w * 4 : 0);  // 8-bit rows split into blue, green, red, alpha
+  void* p[4] = {planes.data(), planes.data() + w, planes.data() + 2 * w, planes.data() + 3 * w};
   bool ok = true;
   for (int c = 0; c < z && ok; ++c)
     for (int y = 0; y < img.height && ok; ++y) {
       // Grey from green; RGB from R, G, B; alpha from A.
       int e = z <= 2 ? (c == 0 ? 1 : 3) : c == 3 ? 3 : 2 - c;
+      if (img.bytes == 1) {
+        IMF_line_split(&img.pixels[size_t(y) * w * 4], 4, 1, img.width, p);
+        for (size_t x = 0; x < w; ++x) row[x] = static_cast<const uint8_t*>(p[e])[x];
+        ok = putrow(out, row.data(), unsigned(y), unsigned(c)) >= 0;
+        continue;
+      }
       for (int x = 0; x < img.width; ++x) {
         size_t at = (size_t(y) * img.width + x) * 4 + size_t(e);
         if (img.bytes == 2) memcpy(&row[size_t(x)], &img.pixels[at * 2], 2);
