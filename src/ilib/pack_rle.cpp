@@ -4,14 +4,11 @@
 #include <cstring>
 #include <vector>
 
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#define VORA_IL_SSE2 1
-#endif
 
 #include <vora/imf.h>
 
 #include "ilib/pack_common.h"
+#include "platform/simd.h"
 
 using namespace vora::il::pack;
 
@@ -61,19 +58,11 @@ bool encodeBytesPlain(Output& o, const unsigned char* a, size_t n) {
   return literal(ls, L);
 }
 
-
 namespace {
 
-#if VORA_IL_SSE2
-inline int lowestBit(unsigned m) {
-#if defined(_MSC_VER)
-  unsigned long i;
-  _BitScanForward(&i, m);
-  return int(i);
-#else
-  return __builtin_ctz(m);
-#endif
-}
+using vora::simd::lowestBit;
+
+#if VORA_SSE2
 inline __m128i load16(const unsigned char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 #endif
 
@@ -81,7 +70,7 @@ inline __m128i load16(const unsigned char* p) { return _mm_loadu_si128(reinterpr
 // or to.
 size_t nextTriple(const unsigned char* a, size_t from, size_t to) {
   size_t j = from;
-#if VORA_IL_SSE2
+#if VORA_SSE2
   for (; j + 16 <= to; j += 16) {
     const __m128i x = load16(a + j), y = load16(a + j + 1), z = load16(a + j + 2);
     const unsigned m = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(x, y), _mm_cmpeq_epi8(y, z))));
@@ -96,7 +85,7 @@ size_t nextTriple(const unsigned char* a, size_t from, size_t to) {
 // Where the run of a[j] that begins at j ends, at most at limit.
 size_t runEnd(const unsigned char* a, size_t j, size_t limit) {
   size_t k = j + 1;
-#if VORA_IL_SSE2
+#if VORA_SSE2
   const __m128i v = _mm_set1_epi8(char(a[j]));
   for (; k + 16 <= limit; k += 16) {
     const unsigned m = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(load16(a + k), v))) ^ 0xFFFFu;

@@ -2,12 +2,8 @@
 #include <cstring>
 #include <type_traits>
 
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#define VORA_SGI_SSE2 1
-#endif
-
 #include "imagefile/sgi_format.h"
+#include "platform/simd.h"
 
 using namespace vora::sgi;
 
@@ -66,22 +62,14 @@ int compactPlain(const unsigned short* in, unsigned char* rlebuf, int cnt) {
 
 // The same packets found and copied in blocks: rendered pictures are mostly literals (noise
 // leaves few runs of three), which the plain packer handles a value at a time.
-#if VORA_SGI_SSE2
+using vora::simd::lowestBit;
+#if VORA_SSE2
 inline __m128i load8(const unsigned short* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-inline int lowestBit(unsigned m) {
-#if defined(_MSC_VER)
-  unsigned long i;
-  _BitScanForward(&i, m);
-  return int(i);
-#else
-  return __builtin_ctz(m);
-#endif
-}
 #endif
 
 // Where the first three equal consecutive values at or after i begin, or cnt.
 inline int nextRun(const unsigned short* in, int i, int cnt) {
-#if VORA_SGI_SSE2
+#if VORA_SSE2
   for (; i + 10 <= cnt; i += 8) {
     const __m128i a = load8(in + i), b = load8(in + i + 1), c = load8(in + i + 2);
     const unsigned m = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi16(a, b), _mm_cmpeq_epi16(b, c))));
@@ -96,7 +84,7 @@ inline int nextRun(const unsigned short* in, int i, int cnt) {
 // Where the run of in[j] that begins at j ends.
 inline int runEnd(const unsigned short* in, int j, int cnt) {
   int k = j + 1;
-#if VORA_SGI_SSE2
+#if VORA_SSE2
   const __m128i v = _mm_set1_epi16(short(in[j]));
   for (; k + 8 <= cnt; k += 8) {
     const unsigned m = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi16(load8(in + k), v))) ^ 0xFFFFu;
@@ -116,7 +104,7 @@ inline void copyUnits(unsigned char*& o, const unsigned short* in, int k) {
     return;
   }
   int x = 0;
-#if VORA_SGI_SSE2
+#if VORA_SSE2
   const __m128i low = _mm_set1_epi16(0xFF);
   for (; x + 16 <= k; x += 16, o += 16)
     _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_packus_epi16(_mm_and_si128(load8(in + x), low),

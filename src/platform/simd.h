@@ -8,3 +8,27 @@
 #else
 #define VORA_SIMD_CLONES
 #endif
+
+// SSE2, the x86-64 baseline, for kernels written with its intrinsics; other processors take the
+// plain loops beside them.
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define VORA_SSE2 1
+#else
+#define VORA_SSE2 0
+#endif
+
+namespace vora::simd {
+
+// The index of the lowest set bit of a nonzero mask (the first lane a comparison picked).
+inline int lowestBit(unsigned mask) {
+#if defined(_MSC_VER)
+  unsigned long i;
+  _BitScanForward(&i, mask);
+  return int(i);
+#else
+  return __builtin_ctz(mask);
+#endif
+}
+
+}  // namespace vora::simd
