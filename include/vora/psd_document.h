@@ -249,6 +249,8 @@ class VORA_API TpsdFile : public TphotoshopFile {
   uint32_t endOfAdditionalInfo() const { return endOfAdditionalInfo_; }
   // Why the last reading call failed ("" after a success).
   const Tstring& lastReadError() const { return lastError_; }
+  // Its code (FL_E* or IL_E*, as in <vora/ilib.h>); 0 after a success.
+  int lastReadErrorCode() const { return lastErrorCode_; }
   // The layer of that name (first from the bottom), or null.
   TpsdLayer* findLayer(const Tstring& name);
 
@@ -290,6 +292,10 @@ class VORA_API TpsdFile : public TphotoshopFile {
   std::vector<const TpsdLayer*> compositeList(size_t from, size_t to) const;
   int compositeInto(const std::vector<const TpsdLayer*>& list, TrgbaData& out);
   void noMemory();
+  // The edge of every failing call: the text and code it leaves for lastReadError(), also kept
+  // as the thread's last status.
+  void setError(int code, const Tstring& text);
+  void clearError() { lastError_ = Tstring(), lastErrorCode_ = 0; }
   // Runs a reading body: memory exhaustion (warning 8388608) answers onMemory, a read past the end
   // or a size the file cannot back answers onCorrupt, with lastReadError() saying why.
   template <typename R, typename F>
@@ -316,6 +322,7 @@ class VORA_API TpsdFile : public TphotoshopFile {
   bool created_ = false;
   std::vector<TpixelData16> alphaPixels_;
   Tstring lastError_;
+  int lastErrorCode_ = 0;
 };
 
 // Compositing. The blend mode of a key (the fifteen known keys; any other joins the table as 0,

@@ -298,9 +298,15 @@ TccLut* TccLutFile::read(TfileStream& stream, const char** parser) { return read
 
 TccLut* TccLutFile::read(TfileStream& stream, const char** parser, Tstring* why) {
   if (parser) *parser = nullptr;
-  if (why) *why = stream.isOpen() ? "" : "the file cannot be read";
-  if (!stream.isOpen()) return nullptr;
+  if (why) *why = "";
+  if (!stream.isOpen()) {
+    const vora::Status s(FL_EOPEN, "the file cannot be read");
+    if (why) *why = s.text();
+    vora::keepStatus(s);
+    return nullptr;
+  }
   vora::lut::Refusal furthest;
+  const char* furthestParser = "";
   for (const Entry& e : kTrialOrder) {
     stream.clear();
     stream.seekg(0);
@@ -310,10 +316,16 @@ TccLut* TccLutFile::read(TfileStream& stream, const char** parser, Tstring* why)
       return lut;
     }
     vora::lut::Refusal& r = vora::lut::refusal();
-    if (r.line > furthest.line) furthest = {r.line, r.reason + " (" + (e.name + 12) + ")", 0};
+    if (r.line > furthest.line) {
+      furthest = r;
+      furthestParser = e.name + 12;
+    }
   }
   // The parser that read furthest says best what the file was meant to be.
-  if (why) *why = Tstring::tFormat("line %ld: %s", furthest.line, furthest.reason.c_str());
+  const vora::Status s(furthest.status.code(), Tstring::tFormat("line %ld: %s (%s)", furthest.line,
+                                                                furthest.status.text().c_str(), furthestParser).str());
+  if (why) *why = s.text();
+  vora::keepStatus(s);
   return nullptr;
 }
 

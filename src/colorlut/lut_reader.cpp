@@ -12,7 +12,7 @@ Refusal& refusal() {
 }
 
 TccLut* refuse(const char* reason) {
-  refusal().reason = reason;
+  refusal().status = Status(IL_EDAMAGED, reason);
   if (refusal().line == 0) refusal().line = 1;
   return nullptr;
 }

@@ -4,6 +4,10 @@
 #include <string>
 
 #include <vora/colorlut.h>
+#include <vora/foundation/fl.h>
+#include <vora/ilib.h>
+
+#include "foundation/status.h"
 
 namespace vora::lut {
 
@@ -20,11 +24,11 @@ inline bool isComment(const std::string& line) { return !line.empty() && line[0]
 // Bytes from the current position to the end of the stream (-1 when it cannot tell).
 long long bytesLeft(TfileStream& s);
 
-// Why the parser at work refused its stream: the line it reached (from 1) and what was wrong.
-// One per thread; TccLutFile::read resets it before each parser.
+// Why the parser at work refused its stream: the line it reached (from 1) and the status saying
+// what was wrong. One per thread; TccLutFile::read resets it before each parser.
 struct Refusal {
   long line = 0;  // of the line last read
-  std::string reason;
+  Status status;
   long newlines = 0;
 };
 Refusal& refusal();

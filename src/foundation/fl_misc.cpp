@@ -6,6 +6,7 @@
 #include <vora/foundation/env.h>
 #include <vora/foundation/fl.h>
 
+#include "foundation/status.h"
 
 extern "C" {
 
@@ -51,7 +52,7 @@ void* FLgrow(void** buffer, size_t* size, size_t need) {
   while (cap < need) cap = cap > (SIZE_MAX / 2) ? need : cap * 2;
   void* p = realloc(*buffer, cap);
   if (!p) {
-    flerrno = FL_ENOMEM;
+    vora::toFlerrno(FL_ENOMEM);
     return nullptr;
   }
   *buffer = p;

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "foundation/fl_impl.h"
+#include "foundation/status.h"
 
 using vora::fl::Stream;
 
@@ -55,21 +56,21 @@ extern "C" {
 
 FLfile* FLsopen(const char* name, const char* mode, size_t recsize) {
   if (!name || recsize < sizeof(FLfile)) {
-    flerrno = FL_ESTATE;
+    vora::toFlerrno(FL_ESTATE);
     return nullptr;
   }
   bool writing = isWriteMode(mode);
   int err = 0;
   std::unique_ptr<Stream> s = openByName(name, writing, err);
   if (!s) {
-    flerrno = err;
+    vora::toFlerrno(err);
     return nullptr;
   }
   FLfile* f = static_cast<FLfile*>(calloc(1, recsize));
   FLstreamImpl* impl = f ? new (std::nothrow) FLstreamImpl : nullptr;
   if (!impl) {
     free(f);
-    flerrno = FL_ENOMEM;
+    vora::toFlerrno(FL_ENOMEM);
     return nullptr;
   }
   f->impl = impl;
@@ -92,7 +93,7 @@ FLfile* FLreopen(const char* name, const char* mode, FLfile* f) {
   std::unique_ptr<Stream> s = name ? openByName(name, writing, err) : nullptr;
   if (!s) {
     FLclose(f);
-    flerrno = name ? err : FL_ESTATE;
+    vora::toFlerrno(name ? err : FL_ESTATE);
     return nullptr;
   }
   attach(f, std::move(s), name, writing);
@@ -101,7 +102,7 @@ FLfile* FLreopen(const char* name, const char* mode, FLfile* f) {
 
 FLfile* FLfilter(const char* command, const char* mode, FLfile* f) {
   if (!f || !command || !f->impl->stream) {
-    flerrno = FL_ESTATE;
+    vora::toFlerrno(FL_ESTATE);
     return nullptr;
   }
   FLstreamImpl* impl = f->impl;
@@ -115,7 +116,7 @@ FLfile* FLfilter(const char* command, const char* mode, FLfile* f) {
   std::unique_ptr<Stream> s =
       vora::fl::wrapFilter(command, writing, impl->stream, std::move(leftover), err);
   if (!s) {
-    flerrno = err;
+    vora::toFlerrno(err);
     return nullptr;
   }
   std::string name = impl->name;
@@ -146,7 +147,7 @@ int FLclose(FLfile* f) {
   if (f->release) f->release(f);
   delete impl;
   free(f);
-  if (rc) flerrno = rc;
+  if (rc) vora::toFlerrno(rc);
   return rc;
 }
 

@@ -5,6 +5,7 @@
 
 #include "foundation/byteorder.h"
 #include "foundation/fl_impl.h"
+#include "foundation/status.h"
 
 using vora::be32;
 
@@ -139,7 +140,7 @@ int beginItem(FLfile* f, FLid* idOut, uint32_t* sizeOut) {
   uint8_t hdr[8];
   int64_t got = rawRead(impl, hdr, 8);
   if (impl->readError) {
-    flerrno = FL_EREAD;
+    vora::toFlerrno(FL_EREAD);
     return FL_EREAD;
   }
   if (got >= 4) impl->lastid = be32(hdr);
@@ -242,21 +243,21 @@ void FLsetform(FLfile* f, FLformcheck check) {
 const FLparsestate* FLgetparsestate(FLfile* f) { return f ? &f->impl->ps : nullptr; }
 
 int FLparse(FLfile* f) {
-  if (!f || f->impl->writing) return flerrno = FL_EMODE;
+  if (!f || f->impl->writing) return vora::toFlerrno(FL_EMODE);
   FLstreamImpl* impl = f->impl;
   impl->ps = {};
   for (;;) {
     Ctx* g = openGroup(impl);
-    if (g && !(g->group && g->entered)) return flerrno = FL_ESTATE;
+    if (g && !(g->group && g->entered)) return vora::toFlerrno(FL_ESTATE);
     if (g && g->end >= 0 && impl->pos >= g->end) {
       int r = leaveItem(f);  // this group is done: carry on in its parent
-      if (r) return flerrno = r;
+      if (r) return vora::toFlerrno(r);
       continue;
     }
-    if (impl->ctx.size() >= FL_MAXDEPTH) return flerrno = FL_EDEPTH;
+    if (impl->ctx.size() >= FL_MAXDEPTH) return vora::toFlerrno(FL_EDEPTH);
     uint8_t hdr[8];
     int64_t got = rawRead(impl, hdr, 8);
-    if (impl->readError) return flerrno = FL_EREAD;
+    if (impl->readError) return vora::toFlerrno(FL_EREAD);
     if (got < 8) {
       if (!g) {
         // Not even one header: hand back what there was, untouched.
@@ -267,7 +268,7 @@ int FLparse(FLfile* f) {
         impl->ctx.pop_back();
         continue;
       }
-      return flerrno = FL_ESIZE;
+      return vora::toFlerrno(FL_ESIZE);
     }
     FLid id = be32(hdr);
     uint32_t size = be32(hdr + 4);
@@ -279,7 +280,7 @@ int FLparse(FLfile* f) {
     if (!align) {
       if (!g) return FL_NOTIFF;
       if (g->end < 0 && id == FL_ID('G', 'E', 'N', 'D')) {
-        if (!isUnknownSize(size) && !skip(impl, size)) return flerrno = FL_ESIZE;
+        if (!isUnknownSize(size) && !skip(impl, size)) return vora::toFlerrno(FL_ESIZE);
         impl->ctx.pop_back();
         continue;
       }
@@ -289,7 +290,7 @@ int FLparse(FLfile* f) {
       uint32_t csize;
       int r = beginItem(f, &cid, &csize);
       if (r == 0) r = leaveItem(f);
-      if (r) return flerrno = (r == FL_END ? FL_ESIZE : r);
+      if (r) return vora::toFlerrno((r == FL_END ? FL_ESIZE : r));
       continue;
     }
     // A group: validate it like any item, then read its type and ask the form check.
@@ -298,14 +299,14 @@ int FLparse(FLfile* f) {
     uint32_t gsize;
     int r = beginItem(f, &gid, &gsize);
     if (r == 0) r = enterGroup(f, &impl->ps.type);
-    if (r) return flerrno = (r == FL_END ? FL_ESIZE : r);
+    if (r) return vora::toFlerrno((r == FL_END ? FL_ESIZE : r));
     bool form = hdr[0] == 'F';
     impl->ps.flags = FL_PS_HEADER | FL_PS_TYPE | (form ? FL_PS_FORM : 0u);
     int verdict = impl->form ? impl->form(f, id, impl->ps.type) : (form ? FL_ACCEPT : 1);
     if (verdict == 1) continue;
     if (verdict == 0) {
       if (form || hdr[0] == 'P') {
-        if ((r = leaveItem(f)) != 0) return flerrno = r;
+        if ((r = leaveItem(f)) != 0) return vora::toFlerrno(r);
       }
       continue;
     }
@@ -314,7 +315,7 @@ int FLparse(FLfile* f) {
 }
 
 int FLbgnget(FLfile* f, FLid* id, uint32_t* size) {
-  if (!f || f->impl->writing) return flerrno = FL_EMODE;
+  if (!f || f->impl->writing) return vora::toFlerrno(FL_EMODE);
   FLid i = 0;
   uint32_t s = 0;
   int r = beginItem(f, &i, &s);
@@ -342,14 +343,14 @@ int FLunget(FLfile* f) {
 int64_t FLget(FLfile* f, void* buf, size_t n) {
   FLstreamImpl* impl = f ? f->impl : nullptr;
   if (!impl || impl->writing || impl->ctx.empty() || impl->ctx.back().entered) {
-    flerrno = FL_ESTATE;
+    vora::toFlerrno(FL_ESTATE);
     return -1;
   }
   const Ctx& c = impl->ctx.back();
   if (c.end >= 0) n = size_t(std::min<int64_t>(int64_t(n), std::max<int64_t>(0, c.end - impl->pos)));
   int64_t got = rawRead(impl, buf, n);
   if (impl->readError) {
-    flerrno = FL_EREAD;
+    vora::toFlerrno(FL_EREAD);
     return -1;
   }
   return got;
@@ -394,12 +395,12 @@ int FLunread(FLfile* f, const void* data, size_t n) {
 
 int64_t FLread(FLfile* f, void* buf, size_t n) {
   if (!f || f->impl->writing) {
-    flerrno = FL_EMODE;
+    vora::toFlerrno(FL_EMODE);
     return -1;
   }
   int64_t got = rawRead(f->impl, buf, n);
   if (f->impl->readError) {
-    flerrno = FL_EREAD;
+    vora::toFlerrno(FL_EREAD);
     return -1;
   }
   return got;

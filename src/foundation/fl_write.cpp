@@ -5,6 +5,7 @@
 
 #include "foundation/byteorder.h"
 #include "foundation/fl_impl.h"
+#include "foundation/status.h"
 
 using Ctx = FLstreamImpl::Ctx;
 
@@ -15,7 +16,7 @@ constexpr uint32_t kTopAlign = 2;
 
 bool writable(FLfile* f) {
   if (f && f->impl->writing && f->impl->stream) return true;
-  flerrno = FL_EMODE;
+  vora::toFlerrno(FL_EMODE);
   return false;
 }
 
@@ -49,7 +50,7 @@ int patch32(FLstreamImpl* impl, int64_t at, uint32_t v) {
     return 0;
   }
   if (impl->seekable() && impl->stream->writeAt(b, 4, at)) return 0;
-  return flerrno = FL_EWRITE;
+  return vora::toFlerrno(FL_EWRITE);
 }
 
 // Sends the buffer when allowed: seekable streams any time, others only outside every group.
@@ -60,7 +61,7 @@ int send(FLstreamImpl* impl, bool force) {
   if (!impl->seekable() && !impl->ctx.empty()) return 0;
   if (!impl->stream->write(impl->wbuf.data(), impl->wbuf.size())) {
     vora::fl::setOsError(errno);
-    return flerrno = FL_EWRITE;
+    return vora::toFlerrno(FL_EWRITE);
   }
   impl->wbase += int64_t(impl->wbuf.size());
   impl->wbuf.clear();
@@ -79,7 +80,7 @@ int FLbgnwgroup(FLfile* f, FLid id, FLid type) {
   if (!writable(f)) return flerrno;
   FLstreamImpl* impl = f->impl;
   uint32_t align = vora::fl::alignOf(id);
-  if (!align || !canNest(impl)) return flerrno = FL_ESTATE;
+  if (!align || !canNest(impl)) return vora::toFlerrno(FL_ESTATE);
   emit32(impl, id);
   emit32(impl, 0);
   Ctx c;
@@ -96,7 +97,7 @@ int FLbgnwgroup(FLfile* f, FLid id, FLid type) {
 int FLendwgroup(FLfile* f) {
   if (!writable(f)) return flerrno;
   FLstreamImpl* impl = f->impl;
-  if (impl->ctx.empty() || !impl->ctx.back().entered) return flerrno = FL_ESTATE;
+  if (impl->ctx.empty() || !impl->ctx.back().entered) return vora::toFlerrno(FL_ESTATE);
   Ctx c = impl->ctx.back();
   int64_t size = impl->pos - c.start;
   int r = patch32(impl, c.start - 4, uint32_t(size));
@@ -109,7 +110,7 @@ int FLendwgroup(FLfile* f) {
 int FLbgnwchunk(FLfile* f, FLid id) {
   if (!writable(f)) return flerrno;
   FLstreamImpl* impl = f->impl;
-  if (!canNest(impl)) return flerrno = FL_ESTATE;
+  if (!canNest(impl)) return vora::toFlerrno(FL_ESTATE);
   emit32(impl, id);
   emit32(impl, 0);
   Ctx c;
@@ -124,8 +125,8 @@ int FLput(FLfile* f, const void* data, size_t n) {
   if (!writable(f)) return flerrno;
   FLstreamImpl* impl = f->impl;
   if (impl->ctx.empty() || impl->ctx.back().group || impl->ctx.back().bchunk)
-    return flerrno = FL_ESTATE;
-  if (uint64_t(impl->pos - impl->ctx.back().start) + n > 0x7fffffffu) return flerrno = FL_ESIZE;
+    return vora::toFlerrno(FL_ESTATE);
+  if (uint64_t(impl->pos - impl->ctx.back().start) + n > 0x7fffffffu) return vora::toFlerrno(FL_ESIZE);
   emit(impl, data, n);
   return send(impl, false);
 }
@@ -134,7 +135,7 @@ int FLendput(FLfile* f) {
   if (!writable(f)) return flerrno;
   FLstreamImpl* impl = f->impl;
   if (impl->ctx.empty() || impl->ctx.back().group || impl->ctx.back().bchunk)
-    return flerrno = FL_ESTATE;
+    return vora::toFlerrno(FL_ESTATE);
   Ctx c = impl->ctx.back();
   int64_t size = impl->pos - c.start;
   int r = patch32(impl, c.start - 4, uint32_t(size));
@@ -148,7 +149,7 @@ void* FLbgnwbchunk(FLfile* f, FLid id, uint32_t size) {
   if (!writable(f)) return nullptr;
   FLstreamImpl* impl = f->impl;
   if (!canNest(impl) || size > 0x7fffffffu) {
-    flerrno = FL_ESTATE;
+    vora::toFlerrno(FL_ESTATE);
     return nullptr;
   }
   emit32(impl, id);
@@ -163,7 +164,7 @@ void* FLbgnwbchunk(FLfile* f, FLid id, uint32_t size) {
   try {
     impl->wbuf.resize(at + size);
   } catch (...) {
-    flerrno = FL_ENOMEM;
+    vora::toFlerrno(FL_ENOMEM);
     return nullptr;
   }
   impl->ctx.push_back(c);
@@ -173,9 +174,9 @@ void* FLbgnwbchunk(FLfile* f, FLid id, uint32_t size) {
 int FLendwbchunk(FLfile* f, uint32_t n) {
   if (!writable(f)) return flerrno;
   FLstreamImpl* impl = f->impl;
-  if (impl->ctx.empty() || !impl->ctx.back().bchunk) return flerrno = FL_ESTATE;
+  if (impl->ctx.empty() || !impl->ctx.back().bchunk) return vora::toFlerrno(FL_ESTATE);
   Ctx c = impl->ctx.back();
-  if (n > c.reserved) return flerrno = FL_ESIZE;
+  if (n > c.reserved) return vora::toFlerrno(FL_ESIZE);
   // The reserved bytes sit at the end of the buffer, right after the chunk header.
   size_t at = impl->wbuf.size() - c.reserved;
   impl->wbuf.resize(at + n);
@@ -207,15 +208,15 @@ int64_t FLtell(FLfile* f) { return f ? f->impl->pos : -1; }
 int FLseek(FLfile* f, int64_t pos) {
   if (!f || pos < 0) return FL_ESTATE;
   FLstreamImpl* impl = f->impl;
-  if (!impl->seekable()) return flerrno = FL_ESEEK;
+  if (!impl->seekable()) return vora::toFlerrno(FL_ESEEK);
   if (impl->writing) {
     int r = send(impl, true);
     if (r) return r;
-    if (!impl->stream->seek(pos)) return flerrno = FL_ESEEK;
+    if (!impl->stream->seek(pos)) return vora::toFlerrno(FL_ESEEK);
     impl->wbase = impl->pos = pos;
     return 0;
   }
-  if (!impl->stream->seek(pos)) return flerrno = FL_ESEEK;
+  if (!impl->stream->seek(pos)) return vora::toFlerrno(FL_ESEEK);
   impl->rpos = impl->rlen = 0;
   impl->pos = pos;
   return 0;

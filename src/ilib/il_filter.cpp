@@ -15,6 +15,8 @@
 #include <vora/foundation/fl.h>
 #include <vora/ilib.h>
 
+#include "foundation/status.h"
+
 namespace fs = std::filesystem;
 
 namespace vora::il {
@@ -177,7 +179,7 @@ std::shared_ptr<const Filter> loadFilter(const std::string& name, std::string* w
       if (!fs::is_regular_file(p, ec)) continue;
       if (fs::file_size(p, ec) > 65536) {
         *why = p.string() + ": larger than a filter file can be";
-        flerrno = IL_ENOFILTER;
+        vora::toFlerrno(IL_ENOFILTER);
         return nullptr;
       }
       std::ifstream in(p, std::ios::binary);
@@ -192,7 +194,7 @@ std::shared_ptr<const Filter> loadFilter(const std::string& name, std::string* w
     const BuiltIn* b = plain ? findBuiltIn(name) : nullptr;
     if (!b) {
       *why = "no filter named '" + name + "'";
-      flerrno = IL_ENOFILTER;
+      vora::toFlerrno(IL_ENOFILTER);
       return nullptr;
     }
     text = b->program;
@@ -202,7 +204,7 @@ std::shared_ptr<const Filter> loadFilter(const std::string& name, std::string* w
   if (text.find('\0') != std::string::npos) reason = "not a text file (it holds a NUL byte)";
   if (!reason.empty() || !compile(text, *f, &reason)) {
     *why = (f->origin == "built-in" ? name : f->origin) + ": " + reason;
-    flerrno = IL_ENOFILTER;
+    vora::toFlerrno(IL_ENOFILTER);
     return nullptr;
   }
   return f;

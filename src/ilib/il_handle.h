@@ -6,6 +6,8 @@
 #include <vora/foundation/fl.h>
 #include <vora/ilib.h>
 
+#include "foundation/status.h"
+
 namespace vora::il {
 
 // One optional field (FLDS): host byte order in memory; malloc'd with its data behind it.
@@ -65,8 +67,8 @@ constexpr uint32_t kDPI = FL_ID('D', 'P', 'I', ' ');
 constexpr uint32_t kVersionWritten = 0x00010001;
 constexpr uint32_t kVersionDefault = 0x00010000;
 
-// Sets flerrno and returns the code (IL calls report through both).
-inline int fail(int code) { return flerrno = code; }
+// The edge of the IL calls: they report through both flerrno and their answer.
+inline int fail(int code) { return vora::toFlerrno(vora::Status(code)); }
 
 // The form check of native images, given to FLparse.
 int formCheck(FLfile* f, FLid group, FLid type);

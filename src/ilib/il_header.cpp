@@ -68,14 +68,14 @@ extern "C" {
 
 ILheader* ILgetheader(ILimage* handle) {
   if (!handle) {
-    flerrno = FL_ESTATE;
+    fail(FL_ESTATE);
     return nullptr;
   }
   Handle* h = H(handle);
   if (!(h->state & IL_ST_READ) || (h->state & IL_ST_HEADER)) return &h->hdr;
   flerrno = 0;
   if (int r = ensureParsed(h)) {
-    flerrno = r;
+    fail(r);
     return nullptr;
   }
   h->version = kVersionDefault;
@@ -83,7 +83,7 @@ ILheader* ILgetheader(ILimage* handle) {
   uint32_t size = 0;
   for (;;) {
     if (FLbgnget(handle, &id, &size) != 0) {
-      if (!flerrno) flerrno = FLlastid(handle) == kTBHD ? IL_EHEADER : IL_ENOHEADER;
+      if (!flerrno) fail(FLlastid(handle) == kTBHD ? IL_EHEADER : IL_ENOHEADER);
       return nullptr;
     }
     if (id == kTBHD) break;
@@ -92,13 +92,13 @@ ILheader* ILgetheader(ILimage* handle) {
       if (FLget(handle, v, 4) == 4) h->version = be32(v);
     }
     if (FLendget(handle) != 0) {
-      if (!flerrno) flerrno = IL_ENOHEADER;
+      if (!flerrno) fail(IL_ENOHEADER);
       return nullptr;
     }
   }
   uint8_t b[32] = {};
   if (!acceptedHeaderSize(size) || FLget(handle, b, size) != int64_t(size)) {
-    if (!flerrno) flerrno = IL_EHEADER;
+    if (!flerrno) fail(IL_EHEADER);
     return nullptr;
   }
   h->hdr.width = be32(b);
@@ -114,7 +114,7 @@ ILheader* ILgetheader(ILimage* handle) {
   h->state |= IL_ST_HEADER;
   FLendget(handle);
   if (ILreadfields(handle) != 0) {
-    flerrno = IL_EDAMAGED;
+    fail(IL_EDAMAGED);
     return nullptr;
   }
   const void* dpi = nullptr;

@@ -30,7 +30,7 @@ bool isReadMode(const char* mode) { return mode && mode[0] == 'r'; }
 
 ILimage* failClosed(Handle* h, int code) {
   FLclose(I(h));
-  flerrno = code;
+  fail(code);
   return nullptr;
 }
 
@@ -96,7 +96,7 @@ ILimage* inputConversion(Handle* h, const char* name, const char* mode) {
         std::string pipe = "pipe:" + cmd + " " + name + " stdout";
         ILimage* r = ILreopen(pipe.c_str(), mode, I(h));
         if (!r) {
-          if (flerrno == FL_ENOCMD) flerrno = IL_ENOCONVERTER;
+          if (flerrno == FL_ENOCMD) fail(IL_ENOCONVERTER);
           return nullptr;
         }
         H(r)->state = IL_ST_READ;
@@ -163,7 +163,7 @@ int isFileIff(const char* path) {
 
 ILimage* ILopen(const char* name, const char* mode) {
   if (!name || !mode) {
-    flerrno = FL_ESTATE;
+    fail(FL_ESTATE);
     return nullptr;
   }
   const char* previous = FLswappath(ILgetpath());
@@ -183,7 +183,7 @@ ILimage* ILreopen(const char* name, const char* mode, ILimage* handle) {
   if (!handle) return ILopen(name, mode);
   if (!name || !mode) {
     ILclose(handle);
-    flerrno = FL_ESTATE;
+    fail(FL_ESTATE);
     return nullptr;
   }
   Handle* h = H(handle);

@@ -6,6 +6,8 @@
 
 #include <vora/ilib.h>
 
+#include "foundation/status.h"
+
 namespace {
 
 // Lines of an image in memory, width * 4 bytes apart.
@@ -54,7 +56,7 @@ int zooms() {
 }  // namespace
 
 extern "C" int ILqblur(void* out, const void* in, int width, int height, float percent) {
-  if (!out || !in || width < 1 || height < 1) return flerrno = FL_ESTATE;
+  if (!out || !in || width < 1 || height < 1) return vora::toFlerrno(FL_ESTATE);
   const unsigned char* src = static_cast<const unsigned char*>(in);
   unsigned char* dst = static_cast<unsigned char*>(out);
   if (percent <= 0) {

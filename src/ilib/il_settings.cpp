@@ -15,7 +15,7 @@ bool isRead(Handle* h) { return (h->state & IL_ST_READ) != 0; }
 // Single-value getters answer all-ones when the header cannot be had.
 Handle* withHeader(ILimage* handle) {
   if (!handle) {
-    flerrno = FL_ESTATE;
+    fail(FL_ESTATE);
     return nullptr;
   }
   return ILgetheader(handle) ? H(handle) : nullptr;

@@ -138,7 +138,7 @@ void ILdefaultzoom(const char* name) {
 ILzoom* ILnewzoom(const char* name) {
   ILzoom* z = new (std::nothrow) ILzoom;
   if (!z) {
-    flerrno = FL_ENOMEM;
+    fail(FL_ENOMEM);
     return nullptr;
   }
   z->name = name ? name : gHaveDefault ? gDefaultName : "auto";
@@ -149,7 +149,7 @@ ILzoom* ILnewzoom(const char* name) {
     if (!z->fx || !z->fy) {  // point sampling; the caller learns why from flerrno 112
       z->fx = z->fy = nullptr;
       setWhy(why);
-      flerrno = IL_ENOFILTER;
+      fail(IL_ENOFILTER);
     }
   }
   return z;
@@ -180,10 +180,10 @@ void ILsetzoommargin(ILzoom* z, float m1, float m2, float m3, float m4) {
 
 int ILbindzoom(ILzoom* z, void* source, ILlinefunc line, int depthmode, int dstw, int dsth, int srcw,
                int srch) {
-  if (!z || !line) return flerrno = FL_ESTATE;
+  if (!z || !line) return fail(FL_ESTATE);
   auto inRange = [](int v) { return v >= 1 && v <= IL_MAXSIZE; };
-  if (!inRange(dstw) || !inRange(dsth) || !inRange(srcw) || !inRange(srch)) return flerrno = IL_ESIZE;
-  if (depthmode != IL_ZOOM_8 && depthmode != IL_ZOOM_8TO16 && depthmode != IL_ZOOM_16) return flerrno = FL_ESTATE;
+  if (!inRange(dstw) || !inRange(dsth) || !inRange(srcw) || !inRange(srch)) return fail(IL_ESIZE);
+  if (depthmode != IL_ZOOM_8 && depthmode != IL_ZOOM_8TO16 && depthmode != IL_ZOOM_16) return fail(FL_ESTATE);
   const bool same = z->bound && !z->stale && z->depthmode == depthmode && z->dstw == dstw && z->dsth == dsth &&
                     z->srcw == srcw && z->srch == srch;
   z->source = source;
@@ -193,7 +193,7 @@ int ILbindzoom(ILzoom* z, void* source, ILlinefunc line, int depthmode, int dstw
   z->bound = false;
   z->depthmode = depthmode;
   z->dstw = dstw, z->dsth = dsth, z->srcw = srcw, z->srch = srch;
-  if (!chooseFilters(z)) return flerrno = IL_ENOFILTER;
+  if (!chooseFilters(z)) return fail(IL_ENOFILTER);
   const bool noMargins = !z->margin[0] && !z->margin[1] && !z->margin[2] && !z->margin[3];
   // At its own size, unblurred and centred, every filter gives the source back.
   z->identity = dstw == srcw && dsth == srch && z->blurx == 0 && z->blury == 0 && z->offx == 0.5f &&
@@ -218,7 +218,7 @@ int ILbindzoom(ILzoom* z, void* source, ILlinefunc line, int depthmode, int dstw
   z->ringLine = z->verticalFirst ? size_t(srcw) * 4 * sampleBytes : size_t(dstw) * 4 * interBytes;
   const uint64_t need = uint64_t(z->ringCap) * (z->ringLine + uint64_t(dstw) * 4) +
                         uint64_t(std::max(srcw, dstw)) * 4 * 4;
-  if (!FLallocok(need)) return flerrno = IL_ETOOLARGE;
+  if (!FLallocok(need)) return fail(IL_ETOOLARGE);
   try {
     z->ring.assign(size_t(z->ringCap) * z->ringLine, 0);
     z->zring.assign(size_t(z->ringCap) * dstw, 0.0f);
@@ -226,7 +226,7 @@ int ILbindzoom(ILzoom* z, void* source, ILlinefunc line, int depthmode, int dstw
     // the intermediate line, which also widens 8-bit lines filtered horizontally first
     z->inter.assign(size_t(std::max(srcw, dstw)) * 4 * 4, 0);
   } catch (const std::bad_alloc&) {
-    return flerrno = FL_ENOMEM;
+    return fail(FL_ENOMEM);
   }
   z->bound = true;
   z->stale = false;
@@ -234,15 +234,15 @@ int ILbindzoom(ILzoom* z, void* source, ILlinefunc line, int depthmode, int dstw
 }
 
 int ILgetzoom(ILzoom* z, void** colour, void** depth) {
-  if (!z || !z->bound) return flerrno = FL_ESTATE;
-  if (z->nextDst >= z->dsth) return flerrno = IL_EFINISHED;
+  if (!z || !z->bound) return fail(FL_ESTATE);
+  if (z->nextDst >= z->dsth) return fail(IL_EFINISHED);
   void *c = z->out.data(), *d = z->zout.data();
   int r;
   if (z->identity) r = passThrough(z, &c, &d);
   else if (z->depthmode != IL_ZOOM_8) r = produce<uint16_t, int32_t>(z);
   else if (z->narrow) r = produce<uint8_t, int16_t>(z);
   else r = produce<uint8_t, int32_t>(z);
-  if (r) return flerrno = r;
+  if (r) return fail(r);
   ++z->nextDst;
   if (colour) *colour = c;
   if (depth) *depth = d;

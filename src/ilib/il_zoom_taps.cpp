@@ -6,6 +6,7 @@
 #include <vora/foundation/fl.h>
 
 #include "ilib/il_zoom.h"
+#include "foundation/status.h"
 
 namespace vora::il {
 
@@ -99,7 +100,7 @@ bool buildTaps(const AxisSpec& a, TapTable& t) {
     total += std::min<int64_t>(hi[i], src - 1) - std::max<int64_t>(lo[i], 0) + 1;
   }
   if (total > kMaxTaps || !FLallocok(uint64_t(total) * 4)) {
-    flerrno = IL_ETOOLARGE;
+    vora::toFlerrno(IL_ETOOLARGE);
     return false;
   }
   t.pool.reserve(size_t(std::max<int64_t>(total, 122)));  // 488 bytes at least
@@ -134,7 +135,7 @@ bool buildTaps(const AxisSpec& a, TapTable& t) {
     }
     if (t.maxAbsSum > kMaxAbsSum) {
       setWhy(f.name + ": its weights cancel out (the kernel integrates to almost nothing)");
-      flerrno = IL_ENOFILTER;
+      vora::toFlerrno(IL_ENOFILTER);
       return false;
     }
     int32_t end = t.first[i] + t.count[i] - 1;

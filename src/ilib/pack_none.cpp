@@ -1,12 +1,13 @@
 // The channel rotations and the "None" codec (ILpack, ILunpack), the raw form every
 // other codec falls back to.
 #include "ilib/pack_common.h"
+#include "foundation/status.h"
 
 using namespace vora::il::pack;
 
 namespace vora::il::pack {
 uint32_t overrun() {
-  flerrno = FL_EOVERRUN;
+  vora::toFlerrno(FL_EOVERRUN);
   return 0;
 }
 }  // namespace vora::il::pack

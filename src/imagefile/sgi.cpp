@@ -11,6 +11,7 @@
 #include <vora/foundation/messages.h>
 
 #include "foundation/byteorder.h"
+#include "foundation/status.h"
 #include "imagefile/sgi_format.h"
 #include "platform/platform.h"
 
@@ -18,13 +19,21 @@ namespace pf = vora::platform;
 
 namespace vora::sgi {
 
-void report(const char* format, ...) {
+namespace {
+// The library's edge for the SGI calls: their message through the handler, the status kept.
+void reportv(int code, const char* format, va_list ap) {
   char text[512];
+  vsnprintf(text, sizeof text, format, ap);
+  keepStatus(Status(code, text));
+  reportErrorf("SGI image: %s", text);
+}
+}  // namespace
+
+void report(int code, const char* format, ...) {
   va_list ap;
   va_start(ap, format);
-  vsnprintf(text, sizeof text, format, ap);
+  reportv(code, format, ap);
   va_end(ap);
-  reportErrorf("SGI image: %s", text);
 }
 
 }  // namespace vora::sgi
@@ -100,8 +109,12 @@ bool readAt(Record* r, void* out, size_t n, int64_t at) {
   return pf::readAt(r->img.file, out, n, at) == long(n);
 }
 
-IMAGE* fail(Record* r, const char* msg) {
-  report("%s", msg);
+IMAGE* fail(Record* r, int code, const char* format, ...) __attribute__((format(printf, 3, 4)));
+IMAGE* fail(Record* r, int code, const char* format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  reportv(code, format, ap);
+  va_end(ap);
   pf::closeFd(r->img.file);
   pf::unmapFile(r->map, r->mapSize);
   free(r->img.tmpbuf);
@@ -114,18 +127,18 @@ IMAGE* fail(Record* r, const char* msg) {
 // Seeks to row y of channel z (img_seek): records the position, checks the ranges.
 int64_t seekRow(IMAGE* img, unsigned y, unsigned z) {
   if (y >= img->ysize || z >= img->zsize) {
-    report("img_seek: row number out of range\n");
+    report(FL_ESTATE, "img_seek: row number out of range\n");
     return -1;
   }
   img->x = 0;
   img->y = uint16_t(y);
   img->z = uint16_t(z);
   if (storage(img) > 1) {
-    report("img_seek: weird image type\n");
+    report(IL_EDAMAGED, "img_seek: weird image type\n");
     return -1;
   }
   if (img->dim < 1 || img->dim > 3) {
-    report("img_seek: weird dim\n");
+    report(IL_EDAMAGED, "img_seek: weird dim\n");
     return -1;
   }
   if (img->dim == 1) y = z = 0;
@@ -148,12 +161,12 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
              unsigned ysize, unsigned zsize) {
   if (!file || !mode) return nullptr;
   if (mode[0] && mode[1] == '+') {
-    report("iopen: read/write mode not supported\n");
+    report(FL_EMODE, "iopen: read/write mode not supported\n");
     return nullptr;
   }
   Record* r = new (std::nothrow) Record();
   if (!r) {
-    report("iopen: error on image struct alloc\n");
+    report(FL_ENOMEM, "iopen: error on image struct alloc\n");
     return nullptr;
   }
   IMAGE* img = &r->img;
@@ -169,7 +182,7 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
     r->fileSize = pf::fileSize(fd);
     uint8_t hdr[kHeaderBytes];
     if (pf::readAt(fd, hdr, kHeaderBytes, 0) != long(kHeaderBytes))
-      return fail(r, "iopen: error on read of image header\n");
+      return fail(r, FL_EREAD, "iopen: error on read of image header\n");
     // Only the header's own fields are taken; every in-memory field is set afresh below.
     memcpy(img, hdr, offsetof(IMAGE, file));
     img->file = fd;
@@ -179,15 +192,13 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
     img->dorev = hostLittleEndian();
     if (img->dorev) swapHeader(img);
     if (img->imagic != kMagic) {
-      char msg[64];
-      snprintf(msg, sizeof msg, "iopen: bad magic in image file %x\n", img->imagic);
-      return fail(r, msg);
+      return fail(r, IL_ENOTIMAGE, "iopen: bad magic in image file %x\n", img->imagic);
     }
     // Refused before any table or row is allocated: more values than the file could hold
     // (a run-length packet of two units gives at most 127 values).
     const uint64_t values = uint64_t(img->xsize) * img->ysize * img->zsize * (bpc(img) == 2 ? 2 : 1);
     if (!FLdecodeok(values, r->fileSize, storage(img) == 1 ? 64 : 1))
-      return fail(r, "iopen: image too large for its file\n");
+      return fail(r, IL_ETOOLARGE, "iopen: image too large for its file\n");
     if (r->fileSize > 0) {
       r->map = pf::mapFile(fd, r->fileSize);
       r->mapSize = r->map ? r->fileSize : 0;
@@ -195,9 +206,7 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
   } else {
     int fd = pf::openCreate(file, 0600);
     if (fd < 0) {
-      char msg[1100];
-      snprintf(msg, sizeof msg, "iopen: can't open output file %s\n", file);
-      return fail(r, msg);
+      return fail(r, FL_EOPEN, "iopen: can't open output file %s\n", file);
     }
     img->file = fd;
     img->imagic = kMagic;
@@ -217,23 +226,23 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
     IMAGE out = *img;
     if (img->dorev) swapHeader(&out);
     if (!pf::writeAt(fd, &out, kHeaderBytes, 0))
-      return fail(r, "iopen: error on write of image header\n");
+      return fail(r, FL_EWRITE, "iopen: error on write of image header\n");
   }
   img->flags = reading ? kRead : kWrite;
   if (storage(img) == 1) {
     size_t tb = tableBytes(img);
     // Tables read from a file must be there: never allocate more than the file can fill.
     if (reading && r->fileSize >= 0 && int64_t(kDataStart + 2 * tb) > r->fileSize)
-      return fail(r, "iopen: error on read of rowstart\n");
+      return fail(r, FL_EREAD, "iopen: error on read of rowstart\n");
     img->rowstart = static_cast<uint32_t*>(malloc(tb ? tb : 4));
     img->rowsize = static_cast<uint32_t*>(malloc(tb ? tb : 4));
-    if (!img->rowstart || !img->rowsize) return fail(r, "iopen: error on table alloc\n");
+    if (!img->rowstart || !img->rowsize) return fail(r, FL_ENOMEM, "iopen: error on table alloc\n");
     img->rleend = uint32_t(kDataStart + 2 * tb);
     if (reading) {
-      if (!readAt(r, img->rowstart, tb, kDataStart)) return fail(r, "iopen: error on read of rowstart\n");
+      if (!readAt(r, img->rowstart, tb, kDataStart)) return fail(r, FL_EREAD, "iopen: error on read of rowstart\n");
       if (img->dorev) swapWords(img->rowstart, tb / 4);
       if (!readAt(r, img->rowsize, tb, int64_t(kDataStart + tb)))
-        return fail(r, "iopen: error on read of rowsize\n");
+        return fail(r, FL_EREAD, "iopen: error on read of rowsize\n");
       if (img->dorev) swapWords(img->rowsize, tb / 4);
     } else {
       memset(img->rowstart, 0, tb);
@@ -248,9 +257,7 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
                                  2 * (size_t(img->xsize) + img->xsize / 126 + 3));
   img->tmpbuf = static_cast<uint16_t*>(malloc(r->tmpBytes));
   if (!img->tmpbuf) {
-    char msg[64];
-    snprintf(msg, sizeof msg, "iopen: error on tmpbuf alloc %d\n", img->xsize);
-    return fail(r, msg);
+    return fail(r, FL_ENOMEM, "iopen: error on tmpbuf alloc %d\n", img->xsize);
   }
   img->x = img->y = img->z = 0;
   img->offset = kDataStart;
@@ -264,12 +271,12 @@ int getrow(IMAGE* img, unsigned short* buffer, unsigned y, unsigned z) {
   if (at < 0) return -1;
   const unsigned xs = img->xsize;
   if (bpc(img) != 1 && bpc(img) != 2) {
-    report("getrow: weird bpp\n");
+    report(IL_EDAMAGED, "getrow: weird bpp\n");
     return -1;
   }
   auto readFailed = [img] {
     img->offset = 0xFFFFFFFFu;
-    report("getrow: error on read of row\n");
+    report(FL_EREAD, "getrow: error on read of row\n");
     return -1;
   };
   if (storage(img) == 0) {
@@ -286,7 +293,7 @@ int getrow(IMAGE* img, unsigned short* buffer, unsigned y, unsigned z) {
     return int(xs);
   }
   if (storage(img) != 1) {
-    report("getrow: weird image type\n");
+    report(IL_EDAMAGED, "getrow: weird image type\n");
     return -1;
   }
   size_t index = img->dim == 1 ? 0 : img->dim == 2 ? y : y + size_t(z) * img->ysize;
@@ -320,7 +327,7 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
   if (at < 0) return -1;
   auto writeFailed = [img] {
     img->offset = 0xFFFFFFFFu;
-    report("putrow: error on write of row\n");
+    report(FL_EWRITE, "putrow: error on write of row\n");
     return -1;
   };
   if (storage(img) == 0) {
@@ -331,7 +338,7 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
     } else if (bpc(img) == 2) {
       for (unsigned i = 0; i < xs; ++i) img->tmpbuf[i] = img->dorev ? swap16(buffer[i]) : buffer[i];
     } else {
-      report("putrow: weird bpp\n");
+      report(IL_EDAMAGED, "putrow: weird bpp\n");
       return -1;
     }
     if (!writeAt(r, img->tmpbuf, n, at)) return writeFailed();
@@ -339,11 +346,11 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
     return int(xs);
   }
   if (storage(img) != 1) {
-    report("putrow: weird image type\n");
+    report(IL_EDAMAGED, "putrow: weird image type\n");
     return -1;
   }
   if (bpc(img) != 1 && bpc(img) != 2) {
-    report("putrow: weird bpp\n");
+    report(IL_EDAMAGED, "putrow: weird bpp\n");
     return -1;
   }
   int units = rle_compact(buffer, 2, reinterpret_cast<unsigned char*>(img->tmpbuf), int(bpc(img)), int(xs));
@@ -366,10 +373,10 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
 // reporting the first failure.
 static bool finishWriting(IMAGE* img) {
   Record* r = rec(img);
-  if (!flush(r)) return report("putrow: error on write of row\n"), false;
+  if (!flush(r)) return report(FL_EWRITE, "putrow: error on write of row\n"), false;
   IMAGE out = *img;
   if (img->dorev) swapHeader(&out);
-  if (!pf::writeAt(img->file, &out, kHeaderBytes, 0)) return report("iclose: error on write of image header\n"), false;
+  if (!pf::writeAt(img->file, &out, kHeaderBytes, 0)) return report(FL_EWRITE, "iclose: error on write of image header\n"), false;
   if (storage(img) != 1) return true;
   const size_t tb = tableBytes(img);
   const uint32_t* tables[2] = {img->rowstart, img->rowsize};
@@ -378,7 +385,7 @@ static bool finishWriting(IMAGE* img) {
     std::vector<uint32_t> t(tables[i], tables[i] + tb / 4);
     if (img->dorev) swapWords(t.data(), t.size());
     if (!pf::writeAt(img->file, t.data(), tb, int64_t(kDataStart + size_t(i) * tb)))
-      return report("iclose: error on write of %s\n", names[i]), false;
+      return report(FL_EWRITE, "iclose: error on write of %s\n", names[i]), false;
   }
   return true;
 }
@@ -401,7 +408,7 @@ int iclose(IMAGE* img) {
   int fd = img->file;
   delete r;
   if (!pf::closeFd(fd) && ok) {
-    report("iclose: error on close of file\n");
+    report(FL_EWRITE, "iclose: error on close of file\n");
     ok = false;
   }
   return ok ? 0 : -1;

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include <vora/foundation/fl.h>
+#include <vora/ilib.h>
 #include <vora/sgi.h>
 
 namespace vora::sgi {
@@ -16,8 +18,9 @@ constexpr uint16_t kRead = 1, kWrite = 2;
 inline unsigned storage(const IMAGE* i) { return SGI_STORAGE(i); }
 inline unsigned bpc(const IMAGE* i) { return SGI_BPC(i); }
 
-// "SGI image: " + the formatted text, through theErrorHandler.
-void report(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// "SGI image: " + the formatted text, through theErrorHandler; the code (FL_E*, IL_E*) and the
+// text are kept as the thread's last status.
+void report(int code, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 }  // namespace vora::sgi
 

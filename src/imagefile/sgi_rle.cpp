@@ -172,7 +172,7 @@ extern "C" {
 
 int rle_compact(const unsigned short* in, int ibpp, unsigned char* rlebuf, int obpp, int cnt) {
   if (ibpp != 2 || (obpp != 1 && obpp != 2)) {
-    report("rle_compact: bad bpp: %d %d\n", ibpp, obpp);
+    report(FL_ESTATE, "rle_compact: bad bpp: %d %d\n", ibpp, obpp);
     return 0;
   }
   return obpp == 1 ? compact<1>(in, rlebuf, cnt) : compact<2>(in, rlebuf, cnt);
@@ -188,7 +188,7 @@ int rle_expand(const unsigned char* rlebuf, int ibpp, unsigned short* expbuf, in
   if (ibpp == 2 && obpp == 2) return expand<2, 2>(rlebuf, expbuf, cnt, inlen);
   if (ibpp == 1 && obpp == 1) return expand<1, 1>(rlebuf, expbuf, cnt, inlen);
   if (ibpp == 2 && obpp == 1) return expand<2, 1>(rlebuf, expbuf, cnt, inlen);
-  report("rle_expand: bad bpp: %d %d\n", ibpp, obpp);
+  report(FL_ESTATE, "rle_expand: bad bpp: %d %d\n", ibpp, obpp);
   return 0;
 }
 

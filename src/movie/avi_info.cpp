@@ -9,7 +9,11 @@
 #include <cstring>
 #include <string>
 
+#include <vora/foundation/fl.h>
+#include <vora/ilib.h>
+
 #include "foundation/byteorder.h"
+#include "foundation/status.h"
 #include "platform/platform.h"
 
 namespace {
@@ -26,14 +30,14 @@ struct Reader {
   int fd = -1;
   uint64_t size = 0;
   TaviFileInfo& info;
-  std::string why;
+  vora::Status status;  // the first failure
   uint64_t firstMovi = 0;
 
   bool read(uint64_t at, void* buf, size_t n) {
     return at + n <= size && vora::platform::readAt(fd, buf, n, int64_t(at)) == long(n);
   }
-  bool fail(const std::string& w) {
-    if (why.empty()) why = w;
+  bool fail(const std::string& w, int code = IL_EDAMAGED) {
+    if (status.ok()) status = vora::Status(code, w);
     return false;
   }
   // The chunks of [from, end): for each, its id, where its data starts and its size.
@@ -153,14 +157,16 @@ bool aviFileInfo(const TfilePath& path, TaviFileInfo& info, Tstring& why) {
   info = TaviFileInfo();
   int fd = vora::platform::openRead(path.asChar());
   if (fd < 0) {
-    why = Tstring("cannot be opened: ") + strerror(errno);
+    const vora::Status s(FL_EOPEN, std::string("cannot be opened: ") + strerror(errno));
+    why = s.text();
+    vora::keepStatus(s);
     return false;
   }
   int64_t size = vora::platform::fileSize(fd);
-  Reader r{fd, uint64_t(size > 0 ? size : 0), info, "", 0};
+  Reader r{fd, uint64_t(size > 0 ? size : 0), info, {}, 0};
   uint8_t h[12];
   bool ok = r.read(0, h, 12) && !memcmp(h, "RIFF", 4) && !memcmp(h + 8, "AVI ", 4);
-  if (!ok) r.why = "not an AVI file";
+  if (!ok) r.fail("not an AVI file", IL_ENOTIMAGE);
   // The forms one after another: "AVI " first, then "AVIX" extensions.
   for (uint64_t at = 0; ok && at + 12 <= r.size;) {
     if (!r.read(at, h, 12)) break;
@@ -176,6 +182,7 @@ bool aviFileInfo(const TfilePath& path, TaviFileInfo& info, Tstring& why) {
   }
   if (ok && info.streams.empty()) ok = r.fail("no stream header");
   vora::platform::closeFd(fd);
-  why = r.why;
+  why = ok ? "" : r.status.text();
+  if (!ok) vora::keepStatus(r.status);
   return ok;
 }

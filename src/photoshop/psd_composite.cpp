@@ -209,7 +209,7 @@ int TpsdFile::readFlattenedImage(TrgbaData& out, bool fromLayers) {
   if (!fromLayers) return readFlattenedImage(out);
   if (readAllChannelData() != 0 || decodeAllChannels() != 0) return -1;
   if (colorMode_ != 1 && colorMode_ != 3) {
-    lastError_ = "only RGB and grey documents are composited from their layers";
+    setError(FL_ENOTSUP, "only RGB and grey documents are composited from their layers");
     return -1;
   }
   return compositeInto(compositeList(0, layers_.size()), out);
@@ -227,7 +227,7 @@ int TpsdFile::readLayerSetImage(const Tstring& setName, TrgbaData& out) {
     }
     return compositeInto(list, out);
   }
-  lastError_ = "no layer set named " + setName.str();
+  setError(FL_ESTATE, "no layer set named " + setName.str());
   return -1;
 }
 

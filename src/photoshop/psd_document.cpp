@@ -51,18 +51,24 @@ void TpsdFile::addWarningMessage(const Tstring& layerName, TpsdFileWarning::Tpsd
   TpsdFileWarning::instance().addWarning(bit, layerName, path_.baseName());
 }
 
+void TpsdFile::setError(int code, const Tstring& text) {
+  lastError_ = text;
+  lastErrorCode_ = code;
+  vora::keepStatus(vora::Status(code, text.str()));
+}
+
 void TpsdFile::noMemory() {
-  lastError_ = "out of memory";
+  setError(FL_ENOMEM, "out of memory");
   TpsdFileWarning::instance().addWarning(TpsdFileWarning::rFileNoMemoryPSDfile, Tstring(), path_.baseName());
 }
 
 TpsdFile::Reading TpsdFile::readWhole() {
-  lastError_ = Tstring();
+  clearError();
   return guard(Reading::kNoMemory, Reading::kCorrupt, [&] {
     PsdStream in(path_);
     Reading r = readStructure(in);
-    if (r == Reading::kCannotOpen) lastError_ = "the file cannot be opened";
-    if (r == Reading::kBadHeader) lastError_ = "not a Photoshop document of version 1 with 8 or 16 bits";
+    if (r == Reading::kCannotOpen) setError(FL_EOPEN, "the file cannot be opened");
+    if (r == Reading::kBadHeader) setError(IL_ENOTIMAGE, "not a Photoshop document of version 1 with 8 or 16 bits");
     return r;
   });
 }

@@ -18,7 +18,7 @@ R TpsdFile::guard(R onMemory, R onCorrupt, F&& body) {
     noMemory();
     return onMemory;
   } catch (const PsdReadError& e) {
-    lastError_ = e.what();
+    setError(e.status.code(), e.status.text());
     return onCorrupt;
   }
 }

@@ -128,7 +128,7 @@ void TpsdFile::readImageResources(PsdStream& in) {
 }
 
 int TpsdFile::readAlphaList(TstringArray& names) {
-  lastError_ = Tstring();
+  clearError();
   PsdStream in(path_);
   if (!in.isOpen()) return 0;
   bool found = false;
@@ -142,7 +142,7 @@ int TpsdFile::readAlphaList(TstringArray& names) {
       in.seek(start + r.dataSize);
     });
   } catch (const PsdReadError& e) {
-    lastError_ = e.what();
+    setError(e.status.code(), e.status.text());
   } catch (const std::bad_alloc&) {
     noMemory();
     return 0;

@@ -23,9 +23,9 @@ uint64_t checkChannelSize(PsdStream& in, uint64_t width, uint64_t height, uint32
   const uint64_t samples = width * height, bytes = samples * bytesPerSample;
   const uint32_t ratio = method == RAW ? 1 : method == RLE ? 64 : 1032;
   if (samples > UINT32_MAX || (FLallocok(bytes) && !FLdecodeok(bytes, int64_t(stored), ratio)))
-    throw PsdReadError(what + ": " + std::to_string(width) + " x " + std::to_string(height) +
+    throw PsdReadError(vora::Status(IL_ETOOLARGE, what + ": " + std::to_string(width) + " x " + std::to_string(height) +
                        " samples cannot come from " + std::to_string(stored) + " stored bytes (offset " +
-                       std::to_string(in.tell()) + ")");
+                       std::to_string(in.tell()) + ")"));
   TmemoryException::checkAllocation(bytes);
   return bytes;
 }
@@ -33,15 +33,15 @@ uint64_t checkChannelSize(PsdStream& in, uint64_t width, uint64_t height, uint32
 }  // namespace
 
 int TpsdFile::readFlattenedImage(TrgbaData& out) {
-  lastError_ = Tstring();
+  clearError();
   PsdStream in(path_);
   if (!in.isOpen()) {
-    lastError_ = "the file cannot be opened";
+    setError(FL_EOPEN, "the file cannot be opened");
     return -1;
   }
   return guard(-1, -1, [&] {
     if (!readPsdHeader(in)) {
-      lastError_ = "not a Photoshop document of version 1 with 8 or 16 bits";
+      setError(IL_ENOTIMAGE, "not a Photoshop document of version 1 with 8 or 16 bits");
       return -1;
     }
     readColorModeData(in);
@@ -50,8 +50,8 @@ int TpsdFile::readFlattenedImage(TrgbaData& out) {
     recomputeLayerSize();
     compression_ = in.u16("the composite's compression");
     if (compression_ > 1) {
-      lastError_ = Tstring::tFormat("the composite's compression %u is neither raw (0) nor run-length (1)",
-                                    unsigned(compression_));
+      setError(IL_ENOCODEC, Tstring::tFormat("the composite's compression %u is neither raw (0) nor run-length (1)",
+                                                 unsigned(compression_)));
       return -1;
     }
     // The first three channels (all when there are fewer than four); alpha is for the alpha readers.
@@ -110,8 +110,8 @@ int TpsdFile::readAllChannelData() {
     auto admit = [&](uint64_t bytes, const std::string& what) {
       total += bytes;
       if (!FLdecodeok(total, int64_t(in.size()), 1032))
-        throw PsdReadError(what + ": the layers' samples (" + std::to_string(total) +
-                           " bytes so far) cannot come from a file of " + std::to_string(in.size()) + " bytes");
+        throw PsdReadError(vora::Status(IL_ETOOLARGE, what + ": the layers' samples (" + std::to_string(total) +
+                           " bytes so far) cannot come from a file of " + std::to_string(in.size()) + " bytes"));
     };
     for (size_t i = 0; i < layers_.size(); ++i) {
       TpsdLayer& layer = *layers_[i];
@@ -134,7 +134,7 @@ int TpsdFile::readAllChannelData() {
         }
         uint16_t method = in.u16(what.c_str());
         if (method > ZIP_PREDICTION)
-          throw PsdReadError(what + ": unknown compression " + std::to_string(method));
+          throw PsdReadError(vora::Status(IL_ENOCODEC, what + ": unknown compression " + std::to_string(method)));
         admit(checkChannelSize(in, uint64_t(w), uint64_t(h), pixels.bytesPerChannel(), info.length - 2u,
                                TCompressionMethod(method), what), what);
         pixels.addChannel(info.id, uint32_t(w), uint32_t(h), fill);

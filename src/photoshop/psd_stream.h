@@ -1,6 +1,7 @@
 // The reader's view of a document file: a buffered stream ("rb", fread, fseek,
 // ftell) with every read checked against the file's length. Reading past the end throws
-// PsdReadError (a corrupt or truncated file, turned into each call's documented failure result); allocations
+// PsdReadError, which carries the library's status (a corrupt or truncated file, turned into each
+// call's documented failure result at the call's edge); allocations
 // sized by the file are checked against what remains of it first.
 #pragma once
 
@@ -11,12 +12,18 @@
 #include <vector>
 
 #include <vora/foundation/tfilepath.h>
+#include <vora/ilib.h>
 #include <vora/photoshop.h>
+
+#include "foundation/status.h"
 
 namespace ktPhotoshop {
 
 struct PsdReadError : std::runtime_error {
-  using std::runtime_error::runtime_error;
+  explicit PsdReadError(vora::Status s) : std::runtime_error(s.text()), status(std::move(s)) {}
+  // Damage described by `what` (IL_EDAMAGED).
+  explicit PsdReadError(const std::string& what) : PsdReadError(vora::Status(IL_EDAMAGED, what)) {}
+  vora::Status status;
 };
 
 class PsdStream {

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include <vora/foundation/fl.h>
+#include <vora/ilib.h>
 #include <vora/photoshop.h>
 
 #include "foundation/byteorder.h"
@@ -116,7 +118,7 @@ Bytes layerSection(std::vector<std::unique_ptr<TpsdLayer>>& layers, TCompression
 
 int TpsdFile::create(const TfilePath& path, unsigned short& width, unsigned short& height) {
   if (width == 0 || height == 0) {
-    lastError_ = "a document needs a width and a height";
+    setError(FL_ESTATE, "a document needs a width and a height");
     return -1;
   }
   path_ = path;
@@ -174,13 +176,13 @@ void TpsdFile::addAlphaChannel(const Tstring& name, TpixelData16 pixels) {
 
 int TpsdFile::save(const TfilePath& path, TCompressionMethod layerCompression) {
   const TfilePath target = path.asChar()[0] ? path : path_;
-  lastError_ = Tstring();
+  clearError();
   if (width_ < 1 || height_ < 1 || width_ > 30000 || height_ > 30000) {  // version 1 documents
-    lastError_ = "a document is 1 to 30000 pixels on each side";
+    setError(IL_ESIZE, "a document is 1 to 30000 pixels on each side");
     return -1;
   }
   if (colorMode_ != 1 && colorMode_ != 3) {
-    lastError_ = "only RGB and grey documents are written";
+    setError(FL_ENOTSUP, "only RGB and grey documents are written");
     return -1;
   }
   // a document read from a file: its layers come along, their channels as stored where the
@@ -257,18 +259,18 @@ int TpsdFile::save(const TfilePath& path, TCompressionMethod layerCompression) {
     }
     FILE* f = fopen(target.asChar(), "wb");
     if (!f) {
-      lastError_ = Tstring("cannot be written: ") + target.asChar();
+      setError(FL_EOPEN, Tstring("cannot be written: ") + target.asChar());
       return -1;
     }
     const bool ok = fwrite(out.data(), 1, out.size(), f) == out.size();
     if (fclose(f) != 0 || !ok) {
-      lastError_ = Tstring("write error: ") + target.asChar();
+      setError(FL_EWRITE, Tstring("write error: ") + target.asChar());
       return -1;
     }
     saveNeeded_ = false;
     return 0;
   } catch (const std::exception& e) {
-    lastError_ = e.what();
+    setError(FL_EWRITE, e.what());
     return -1;
   }
 }

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include "foundation/status.h"
 #include "support/test_support.h"
 
 namespace {
@@ -28,6 +29,7 @@ Read readFile(const std::string& path) {
   r.lut.reset(TccLutFile::read(s, &p, &why));
   r.parser = p ? p : "";
   r.why = why.str();
+  if (!r.lut) EXPECT_EQ(vora::lastStatus().text(), r.why);
   return r;
 }
 

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "foundation/status.h"
 #include "support/test_support.h"
 
 using vt::Bytes;
@@ -42,6 +43,12 @@ Bytes image(uint32_t w, uint32_t h, const Bytes& more = {}) {
   return vt::group("FOR4", "CIMG", vt::cat({vt::chunk("TBHD", vt::tbhd(w, h, 3, 0, 1, 1)), more}));
 }
 
+// flerrno, checked to be the code of the status the failing call kept.
+int failure() {
+  EXPECT_EQ(vora::lastStatus().code(), flerrno);
+  return flerrno;
+}
+
 // Opens bytes written to a file and reads the header; flerrno on failure, 0 otherwise.
 int headerResult(const Bytes& b) {
   vt::TempDir d;
@@ -50,8 +57,8 @@ int headerResult(const Bytes& b) {
   vt::ScopedEnv icvt("ILICVT", nullptr);
   ILinfilter(nullptr);
   ILimage* img = ILopen(d.path("h.iff").c_str(), "r");
-  if (!img) return flerrno;
-  int r = ILgetheader(img) ? 0 : flerrno;
+  if (!img) return failure();
+  int r = ILgetheader(img) ? 0 : failure();
   ILclose(img);
   return r;
 }

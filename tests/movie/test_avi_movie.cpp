@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/status.h"
 #include "support/test_support.h"
 
 using vt::Bytes;
@@ -256,6 +257,7 @@ TEST(AviMalformed, DamagedFilesAreRefusedWithAReason) {
     Tstring why;
     EXPECT_FALSE(aviFileInfo(bad, info, why)) << c.what;
     EXPECT_NE(why.str().find(c.reason), std::string::npos) << c.what << ": " << why.str();
+    EXPECT_EQ(vora::lastStatus().text(), why.str());
     std::string out;
     EXPECT_EQ(vt::vimg("info " + bad, &out), 1) << c.what;
     EXPECT_EQ(out.find("vimg: " + bad + ": "), 0u) << out;

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <random>
 
+#include "foundation/status.h"
 #include "support/psd_builder.h"
 #include "support/test_support.h"
 
@@ -43,7 +44,11 @@ Answers readEverything(const std::string& path) {
   if (openPsdFile(path.c_str(), f, true) != kSuccess) return a;
   std::unique_ptr<TpsdFile> doc(static_cast<TpsdFile*>(f));
   a.open = 1;
-  auto note = [&] {  // the first failure's reason
+  auto note = [&] {  // the first failure's reason, kept also as the thread's status
+    if (!doc->lastReadError().isEmpty()) {
+      EXPECT_EQ(vora::lastStatus().text(), doc->lastReadError().str());
+      EXPECT_EQ(vora::lastStatus().code(), doc->lastReadErrorCode());
+    }
     if (a.error.empty()) a.error = doc->lastReadError().str();
   };
   try {
