@@ -38,6 +38,11 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
   const ILheader* h = in ? ILgetheader(in) : nullptr;
   if (!h) {
     error = ilError(path, in);
+    // Files that are no native image go to the conversion program: say so rather than only that
+    // the program failed.
+    if ((flerrno == IL_ENOCONVERTER || flerrno == IL_ECONVERT) && !isFileIff(path.c_str()))
+      error = path + ": not a format read here (no native image, no plug-in or reader claims it), and " +
+              FLstrerror(flerrno) + " (error " + std::to_string(flerrno) + ")";
     if (in) ILclose(in);
     return false;
   }
