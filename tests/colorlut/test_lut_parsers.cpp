@@ -29,7 +29,9 @@ Read readFile(const std::string& path) {
   r.lut.reset(TccLutFile::read(s, &p, &why));
   r.parser = p ? p : "";
   r.why = why.str();
-  if (!r.lut) EXPECT_EQ(vora::lastStatus().text(), r.why);
+  if (!r.lut) {
+    EXPECT_EQ(vora::lastStatus().text(), r.why);
+  }
   return r;
 }
 

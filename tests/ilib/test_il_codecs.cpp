@@ -241,7 +241,9 @@ TEST(IlCodecs, RlePlanesEqualThePerBytePath) {
         fast.packed = plain.packed = uint32_t(packed.size());
         const uint32_t nx = ILunpackrle(&fast, packed.data(), x.data()), ny = ILunpackrle(&plain, packed.data(), y.data());
         ASSERT_EQ(nx, ny) << epp << " " << w << " " << damage;
-        if (nx) EXPECT_EQ(x, y) << epp << " " << w << " " << damage;
+        if (nx) {
+          EXPECT_EQ(x, y) << epp << " " << w << " " << damage;
+        }
       }
 }
 
@@ -260,7 +262,9 @@ TEST(IlCodecs, RleBlockEncoderEqualsThePlainEncoder) {
     vora::il::pack::Output of(fast.data(), budget), op(plain.data(), budget);
     const bool a1 = vora::il::pack::encodeBytes(of, a.data(), n), a2 = vora::il::pack::encodeBytesPlain(op, a.data(), n);
     ASSERT_EQ(a1, a2) << round;
-    if (a1) ASSERT_EQ(Bytes(fast.data(), of.at()), Bytes(plain.data(), op.at())) << round;
+    if (a1) {
+      ASSERT_EQ(Bytes(fast.data(), of.at()), Bytes(plain.data(), op.at())) << round;
+    }
   }
 }
 

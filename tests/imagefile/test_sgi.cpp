@@ -261,13 +261,17 @@ std::string readAll(const Bytes& file) {
   vt::writeFile(d.path("h.sgi"), file);
   vt::Messages m;
   IMAGE* img = iopen(d.path("h.sgi").c_str(), "r", 0, 0, 0, 0, 0);
-  if (!img && !m.lines().empty()) EXPECT_EQ(m.lines()[0], "SGI image: " + vora::lastStatus().text());
+  if (!img && !m.lines().empty()) {
+    EXPECT_EQ(m.lines()[0], "SGI image: " + vora::lastStatus().text());
+  }
   if (!img) return m.lines().empty() ? "no image" : m.lines()[0];
   std::vector<unsigned short> row(size_t(img->xsize) + 1);
   for (unsigned z = 0; z < img->zsize && m.lines().empty(); ++z)
     for (unsigned y = 0; y < img->ysize && m.lines().empty(); ++y) getrow(img, row.data(), y, z);
   iclose(img);
-  if (!m.lines().empty()) EXPECT_EQ(m.lines().back(), "SGI image: " + vora::lastStatus().text());
+  if (!m.lines().empty()) {
+    EXPECT_EQ(m.lines().back(), "SGI image: " + vora::lastStatus().text());
+  }
   return m.lines().empty() ? "ok" : m.lines()[0];
 }
 

@@ -84,7 +84,9 @@ TEST(PsdCodecs, BlockUnpackerEqualsThePlainUnpacker) {
     const bool a = codec::unpackBits8(packed.data(), len, fast.data(), want);
     ASSERT_EQ(a, codec::unpackBits8Plain(packed.data(), len, plain.data(), want)) << round;
     ASSERT_EQ(fast, plain) << round;
-    if (round % 4 != 3 && round % 5 != 4 && want == width) EXPECT_EQ(Bytes(fast.begin(), fast.end() - 1), row) << round;
+    if (round % 4 != 3 && round % 5 != 4 && want == width) {
+      EXPECT_EQ(Bytes(fast.begin(), fast.end() - 1), row) << round;
+    }
   }
 }
 
