@@ -2,7 +2,6 @@
 // the same generated 4096 x 4096 RGBA 8-bit picture, in one process, medians of interleaved rounds.
 // Both sides go between the file and an interleaved RGBA 8-bit buffer. OpenImageIO 2.4 writes SGI
 // verbatim only, so its write is timed in that form (and ours both ways).
-#include <vora/imf.h>
 #include <vora/sgi.h>
 
 #include <cstdio>
@@ -16,40 +15,11 @@ namespace {
 
 using namespace bench;
 
-// Ours: rows from the bottom, 16-bit values per row and channel as the interface takes them; the
-// caller splits its pixel rows into channel planes (and joins them back) with the IMF library's
-// interleaving kernels. Run-length rows are appended as they come, so they go pixel row by pixel
-// row (the picture is read once); verbatim rows have fixed places, so they go channel by channel
-// (the file is written in order).
-struct Planes {
-  explicit Planes(int n) : bytes(size_t(n) * 4), line(size_t(n)), width(n) {
-    for (int z = 0; z < 4; ++z) at[z] = bytes.data() + size_t(z) * n;
-  }
-  std::vector<uint8_t> bytes;
-  std::vector<unsigned short> line;
-  void* at[4];
-  int width;
-  unsigned short* widened(int z) {
-    const uint8_t* p = static_cast<const uint8_t*>(at[z]);
-    for (int x = 0; x < width; ++x) line[size_t(x)] = p[x];
-    return line.data();
-  }
-  void narrow(int z) {
-    uint8_t* p = static_cast<uint8_t*>(at[z]);
-    for (int x = 0; x < width; ++x) p[x] = uint8_t(line[size_t(x)]);
-  }
-};
-
+// Ours: the whole picture through putpixels/getpixels, which take the interleaved pixels (top row
+// first) and go a row of bytes per channel at a time through the interleaving kernels.
 void oursWrite(const std::string& path, const std::vector<uint8_t>& px, int n, bool rle) {
   IMAGE* img = iopen(path.c_str(), "w", rle ? 0x0101 : 0x0001, 3, unsigned(n), unsigned(n), 4);
-  Planes pl(n);
-  for (int outer = 0; outer < (rle ? n : 4); ++outer)
-    for (int inner = 0; inner < (rle ? 4 : n); ++inner) {
-      const int y = rle ? outer : inner, z = rle ? inner : outer;
-      if (!rle || z == 0) IMF_line_split(&px[size_t(n - 1 - y) * n * 4], 4, 1, n, pl.at);
-      putrow(img, pl.widened(z), unsigned(y), unsigned(z));
-    }
-  if (iclose(img) != 0) {
+  if (!img || putpixels(img, px.data(), size_t(n) * 4) != 0 || iclose(img) != 0) {
     fprintf(stderr, "our SGI write failed\n");
     exit(1);
   }
@@ -57,17 +27,9 @@ void oursWrite(const std::string& path, const std::vector<uint8_t>& px, int n, b
 
 void oursRead(const std::string& path, std::vector<uint8_t>& px, int n) {
   IMAGE* img = iopen(path.c_str(), "r", 0, 0, 0, 0, 0);
-  if (!img) {
+  if (!img || getpixels(img, px.data(), size_t(n) * 4) != 0) {
     fprintf(stderr, "our SGI read failed\n");
     exit(1);
-  }
-  Planes pl(n);
-  for (int y = 0; y < n; ++y) {
-    for (int z = 0; z < 4; ++z) {
-      getrow(img, pl.line.data(), unsigned(y), unsigned(z));
-      pl.narrow(z);
-    }
-    IMF_planes_join(pl.at, 4, 1, n, &px[size_t(n - 1 - y) * n * 4]);
   }
   iclose(img);
 }

@@ -1,4 +1,5 @@
-// Fuzz target: iopen and getrow of every row of every channel on arbitrary bytes.
+// Fuzz target: iopen, getrow of every row of every channel and getpixels of the whole picture
+// on arbitrary bytes.
 #include <unistd.h>
 
 #include <cstdint>
@@ -20,6 +21,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (unsigned z = 0; z < img->zsize && asked < 4096; ++z)
     for (unsigned y = 0; y < img->ysize && asked < 4096; ++y, ++asked) getrow(img, row.data(), y, z);
   getrow(img, row.data(), img->ysize, 0);  // out of range
+  iclose(img);
+  // The whole picture, when it is small enough to hold (the bytes per channel as the header says,
+  // bounded by the two the reader takes).
+  img = iopen(fuzz::tempPath().c_str(), "r", 0, 0, 0, 0, 0);
+  const size_t rowBytes = size_t(img->xsize) * img->zsize * 2;
+  if (rowBytes * img->ysize <= (16u << 20)) {
+    std::vector<uint8_t> px(rowBytes * img->ysize + 1);
+    getpixels(img, px.data(), rowBytes);
+  }
   iclose(img);
   return 0;
 }

@@ -1,9 +1,10 @@
-/* The SGI image file library: one row of one channel at a time. Messages go to
- * theErrorHandler as "SGI image: " + text. readImageFromFile and writeImageToFile need the image
+/* The SGI image file library: one row of one channel at a time, or the whole picture. Messages
+ * go to theErrorHandler as "SGI image: " + text. readImageFromFile and writeImageToFile need the image
  * file front end and arrive with it. */
 #ifndef VORA_SGI_H
 #define VORA_SGI_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <vora/export.h>
 
@@ -44,6 +45,12 @@ VORA_API IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigne
 VORA_API int getrow(IMAGE* image, unsigned short* buffer, unsigned y, unsigned z);
 VORA_API int putrow(IMAGE* image, const unsigned short* buffer, unsigned y, unsigned z);
 VORA_API int iclose(IMAGE* image);
+/* The whole picture at once, with the checks and messages of getrow and putrow: interleaved
+ * pixels of zsize samples each (one byte, or two in the host's order for 2 bytes per channel),
+ * rows top first (the file's last row first), rowBytes apart. 8-bit images of up to four channels
+ * go a row of bytes at a time, without 16-bit values. 0, or -1 at the first row that fails. */
+VORA_API int getpixels(IMAGE* image, void* pixels, size_t rowBytes);
+VORA_API int putpixels(IMAGE* image, const void* pixels, size_t rowBytes);
 /* Nonzero when the file begins with the SGI magic (01 DA). */
 VORA_API int isFileSgi(const char* path);
 /* Channel count and bytes per channel of the image, as the header's fields give them. */

@@ -9,6 +9,7 @@
 
 #include <vora/foundation/fl.h>
 #include <vora/foundation/messages.h>
+#include <vora/imf.h>
 
 #include "foundation/byteorder.h"
 #include "foundation/status.h"
@@ -264,8 +265,13 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
   return img;
 }
 
-int getrow(IMAGE* img, unsigned short* buffer, unsigned y, unsigned z) {
-  if (!img || !(img->flags & kRead)) return -1;
+}  // extern "C"
+
+namespace {
+
+// One row of one channel into `out`: values of `width` bytes (2, the interface's 16-bit values;
+// 1, bytes of an 8-bit image, for the whole-picture reader).
+int readRow(IMAGE* img, void* out, int width, unsigned y, unsigned z) {
   Record* r = rec(img);
   int64_t at = seekRow(img, y, z);
   if (at < 0) return -1;
@@ -279,8 +285,11 @@ int getrow(IMAGE* img, unsigned short* buffer, unsigned y, unsigned z) {
     report(FL_EREAD, "getrow: error on read of row\n");
     return -1;
   };
+  unsigned short* buffer = static_cast<unsigned short*>(out);
   if (storage(img) == 0) {
-    if (bpc(img) == 1) {
+    if (bpc(img) == 1 && width == 1) {
+      if (!readAt(r, out, xs, at)) return readFailed();
+    } else if (bpc(img) == 1) {
       unsigned char* t = reinterpret_cast<unsigned char*>(img->tmpbuf);
       if (!readAt(r, t, xs, at)) return readFailed();
       for (unsigned i = 0; i < xs; ++i) buffer[i] = t[i];
@@ -310,19 +319,31 @@ int getrow(IMAGE* img, unsigned short* buffer, unsigned y, unsigned z) {
     packets = reinterpret_cast<const unsigned char*>(img->tmpbuf);
   }
   img->offset += len;
-  int n = rle_expand(packets, int(bpc(img)), buffer, 2, int(xs), int(len));
+  int n = rle_expand(packets, int(bpc(img)), buffer, width, int(xs), int(len));
   if (n < 0) return readFailed();
-  for (unsigned i = unsigned(n); i < xs; ++i) buffer[i] = 0;  // a short row: the rest is 0
+  // A short row: the rest is 0.
+  memset(static_cast<uint8_t*>(out) + size_t(n) * unsigned(width), 0, size_t(xs - unsigned(n)) * unsigned(width));
   return int(xs);
 }
 
-int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
-  if (!img || !(img->flags & kWrite)) return -1;
+// One row of one channel from `values` of `width` bytes (as readRow).
+int writeRow(IMAGE* img, const void* values, int width, unsigned y, unsigned z) {
   Record* r = rec(img);
   const unsigned xs = img->xsize;
-  unsigned short lo = 0xFFFF, hi = 0;  // in registers: the loop vectorises
-  for (unsigned i = 0; i < xs; ++i) lo = std::min(lo, buffer[i]), hi = std::max(hi, buffer[i]);
+  const unsigned short* buffer = static_cast<const unsigned short*>(values);
+  const uint8_t* bytes = static_cast<const uint8_t*>(values);
+  unsigned lo = 0xFFFF, hi = 0;
+  if (width == 1) {
+    uint8_t l = 0xFF, h = 0;  // in registers: the loops vectorise
+    for (unsigned i = 0; i < xs; ++i) l = std::min(l, bytes[i]), h = std::max(h, bytes[i]);
+    lo = l, hi = h;
+  } else {
+    unsigned short l = 0xFFFF, h = 0;
+    for (unsigned i = 0; i < xs; ++i) l = std::min(l, buffer[i]), h = std::max(h, buffer[i]);
+    lo = l, hi = h;
+  }
   if (xs) img->min = std::min<uint32_t>(img->min, lo), img->max = std::max<uint32_t>(img->max, hi);
+
   int64_t at = seekRow(img, y, z);
   if (at < 0) return -1;
   auto writeFailed = [img] {
@@ -332,7 +353,10 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
   };
   if (storage(img) == 0) {
     size_t n = size_t(xs) * bpc(img);
-    if (bpc(img) == 1) {
+    const void* data = img->tmpbuf;
+    if (bpc(img) == 1 && width == 1) {
+      data = values;
+    } else if (bpc(img) == 1) {
       unsigned char* t = reinterpret_cast<unsigned char*>(img->tmpbuf);
       for (unsigned i = 0; i < xs; ++i) t[i] = uint8_t(buffer[i]);
     } else if (bpc(img) == 2) {
@@ -341,7 +365,7 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
       report(IL_EDAMAGED, "putrow: weird bpp\n");
       return -1;
     }
-    if (!writeAt(r, img->tmpbuf, n, at)) return writeFailed();
+    if (!writeAt(r, data, n, at)) return writeFailed();
     img->offset += uint32_t(n);
     return int(xs);
   }
@@ -353,7 +377,9 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
     report(IL_EDAMAGED, "putrow: weird bpp\n");
     return -1;
   }
-  int units = rle_compact(buffer, 2, reinterpret_cast<unsigned char*>(img->tmpbuf), int(bpc(img)), int(xs));
+  unsigned char* packets = reinterpret_cast<unsigned char*>(img->tmpbuf);
+  int units = bpc(img) == 1 && width == 1 ? rle_compact_bytes(bytes, packets, int(xs))
+                                          : rle_compact(buffer, 2, packets, int(bpc(img)), int(xs));
   uint32_t len = uint32_t(units) * bpc(img);
   if (bpc(img) == 2 && img->dorev)
     for (int i = 0; i < units; ++i) img->tmpbuf[i] = swap16(img->tmpbuf[i]);
@@ -367,6 +393,84 @@ int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
   if (!writeAt(r, img->tmpbuf, len, where)) return writeFailed();
   img->offset += len;
   return int(xs);
+}
+
+// The whole picture's shape for the pixel calls: 8-bit images of 1 to 4 channels go a plane of
+// bytes at a time through the interleaving kernels; others through 16-bit rows.
+bool bytePlanes(const IMAGE* img) { return bpc(img) == 1 && img->zsize >= 1 && img->zsize <= 4; }
+
+}  // namespace
+
+extern "C" {
+
+int getrow(IMAGE* img, unsigned short* buffer, unsigned y, unsigned z) {
+  if (!img || !(img->flags & kRead)) return -1;
+  return readRow(img, buffer, 2, y, z);
+}
+
+int putrow(IMAGE* img, const unsigned short* buffer, unsigned y, unsigned z) {
+  if (!img || !(img->flags & kWrite)) return -1;
+  return writeRow(img, buffer, 2, y, z);
+}
+
+int getpixels(IMAGE* img, void* pixels, size_t rowBytes) {
+  if (!img || !(img->flags & kRead)) return -1;
+  const unsigned xs = img->xsize, ys = img->ysize, zs = img->zsize, b = bpc(img) == 2 ? 2 : 1;
+  if (!pixels && size_t(xs) * ys * zs != 0) return -1;
+  uint8_t* top = static_cast<uint8_t*>(pixels);
+  if (bytePlanes(img)) {
+    std::vector<uint8_t> planes(size_t(xs) * zs);
+    void* at[4];
+    for (unsigned z = 0; z < zs; ++z) at[z] = planes.data() + size_t(z) * xs;
+    for (unsigned y = 0; y < ys; ++y) {
+      for (unsigned z = 0; z < zs; ++z)
+        if (readRow(img, at[z], 1, y, z) < 0) return -1;
+      IMF_planes_join(at, int(zs), 1, int(xs), top + size_t(ys - 1 - y) * rowBytes);
+    }
+    return 0;
+  }
+  std::vector<unsigned short> line(xs);
+  for (unsigned y = 0; y < ys; ++y)
+    for (unsigned z = 0; z < zs; ++z) {
+      if (readRow(img, line.data(), 2, y, z) < 0) return -1;
+      uint8_t* o = top + size_t(ys - 1 - y) * rowBytes + size_t(z) * b;
+      for (unsigned x = 0; x < xs; ++x, o += size_t(zs) * b) {
+        if (b == 1) *o = uint8_t(line[x]);
+        else memcpy(o, &line[x], 2);
+      }
+    }
+  return 0;
+}
+
+int putpixels(IMAGE* img, const void* pixels, size_t rowBytes) {
+  if (!img || !(img->flags & kWrite)) return -1;
+  const unsigned xs = img->xsize, ys = img->ysize, zs = img->zsize, b = bpc(img) == 2 ? 2 : 1;
+  if (!pixels && size_t(xs) * ys * zs != 0) return -1;
+  const uint8_t* top = static_cast<const uint8_t*>(pixels);
+  // Rows pixel row by pixel row, so the picture is read once (run-length rows are appended as
+  // they come; verbatim ones are gathered while contiguous).
+  if (bytePlanes(img)) {
+    std::vector<uint8_t> planes(size_t(xs) * zs);
+    void* at[4];
+    for (unsigned z = 0; z < zs; ++z) at[z] = planes.data() + size_t(z) * xs;
+    for (unsigned y = 0; y < ys; ++y) {
+      IMF_line_split(top + size_t(ys - 1 - y) * rowBytes, int(zs), 1, int(xs), at);
+      for (unsigned z = 0; z < zs; ++z)
+        if (writeRow(img, at[z], 1, y, z) < 0) return -1;
+    }
+    return 0;
+  }
+  std::vector<unsigned short> line(xs);
+  for (unsigned y = 0; y < ys; ++y)
+    for (unsigned z = 0; z < zs; ++z) {
+      const uint8_t* p = top + size_t(ys - 1 - y) * rowBytes + size_t(z) * b;
+      for (unsigned x = 0; x < xs; ++x, p += size_t(zs) * b) {
+        if (b == 1) line[x] = *p;
+        else memcpy(&line[x], p, 2);
+      }
+      if (writeRow(img, line.data(), 2, y, z) < 0) return -1;
+    }
+  return 0;
 }
 
 // Writes what a writing handle still holds (rows, header, run-length tables); false after

@@ -28,4 +28,7 @@ extern "C" {
 // rle_compact's packets made value by value (obpp 1 or 2): the reference for the block packer,
 // exported for the tests only.
 VORA_API int rle_compact_plain(const unsigned short* in, unsigned char* rlebuf, int obpp, int cnt);
+// rle_compact's byte packets of cnt byte values (the whole-picture writer's): at most
+// cnt + cnt / 126 + 2 bytes.
+VORA_API int rle_compact_bytes(const uint8_t* in, unsigned char* rlebuf, int cnt);
 }

@@ -81,6 +81,36 @@ inline int nextRun(const unsigned short* in, int i, int cnt) {
   return cnt;
 }
 
+// The same for byte values (the whole-picture writer's planes), 16 at a time.
+inline int nextRun(const uint8_t* in, int i, int cnt) {
+#if VORA_SSE2
+  for (; i + 18 <= cnt; i += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i)),
+                  b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 1)),
+                  c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 2));
+    const unsigned m = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, b), _mm_cmpeq_epi8(b, c))));
+    if (m) return i + lowestBit(m);
+  }
+#endif
+  for (; i + 2 < cnt; ++i)
+    if (in[i] == in[i + 1] && in[i + 1] == in[i + 2]) return i;
+  return cnt;
+}
+
+inline int runEnd(const uint8_t* in, int j, int cnt) {
+  int k = j + 1;
+#if VORA_SSE2
+  const __m128i v = _mm_set1_epi8(char(in[j]));
+  for (; k + 16 <= cnt; k += 16) {
+    const unsigned m =
+        unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + k)), v))) ^ 0xFFFFu;
+    if (m) return k + lowestBit(m);
+  }
+#endif
+  while (k < cnt && in[k] == in[j]) ++k;
+  return k;
+}
+
 // Where the run of in[j] that begins at j ends.
 inline int runEnd(const unsigned short* in, int j, int cnt) {
   int k = j + 1;
@@ -114,7 +144,14 @@ inline void copyUnits(unsigned char*& o, const unsigned short* in, int k) {
 }
 
 template <int OBPP>
-int compact(const unsigned short* in, unsigned char* rlebuf, int cnt) {
+inline void copyUnits(unsigned char*& o, const uint8_t* in, int k) {
+  static_assert(OBPP == 1, "byte values are packed as bytes");
+  memcpy(o, in, size_t(k));
+  o += k;
+}
+
+template <int OBPP, typename T>
+int compact(const T* in, unsigned char* rlebuf, int cnt) {
   unsigned char* o = rlebuf;
   int i = 0;
   while (i < cnt) {
@@ -177,6 +214,8 @@ int rle_compact(const unsigned short* in, int ibpp, unsigned char* rlebuf, int o
   }
   return obpp == 1 ? compact<1>(in, rlebuf, cnt) : compact<2>(in, rlebuf, cnt);
 }
+
+int rle_compact_bytes(const uint8_t* in, unsigned char* rlebuf, int cnt) { return compact<1>(in, rlebuf, cnt); }
 
 int rle_compact_plain(const unsigned short* in, unsigned char* rlebuf, int obpp, int cnt) {
   return obpp == 1 ? compactPlain<1>(in, rlebuf, cnt) : compactPlain<2>(in, rlebuf, cnt);
