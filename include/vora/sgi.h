@@ -61,7 +61,8 @@ VORA_API int isFileSgi(const char* path);
  * of cnt 16-bit values in obpp-byte units and returns the packet count including the final 0;
  * rle_expand expands packets of ibpp-byte units into at most cnt values of obpp bytes and returns
  * the values written, or 0 for unsupported widths and -1 when the packets overflow cnt or run
- * past inlen bytes. */
+ * past inlen bytes. Byte values into bytes may change the buffer past the values written (never
+ * past cnt). */
 VORA_API int rle_compact(const unsigned short* expbuf, int ibpp, unsigned char* rlebuf, int obpp,
                          int cnt);
 VORA_API int rle_expand(const unsigned char* rlebuf, int ibpp, unsigned short* expbuf, int obpp,

@@ -31,4 +31,6 @@ VORA_API int rle_compact_plain(const unsigned short* in, unsigned char* rlebuf, 
 // rle_compact's byte packets of cnt byte values (the whole-picture writer's): at most
 // cnt + cnt / 126 + 2 bytes.
 VORA_API int rle_compact_bytes(const uint8_t* in, unsigned char* rlebuf, int cnt);
+// rle_expand of byte packets into bytes value by value: the reference for the block expander.
+VORA_API int rle_expand_plain(const unsigned char* rlebuf, unsigned char* out, int cnt, int inlen);
 }

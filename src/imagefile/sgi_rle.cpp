@@ -177,6 +177,7 @@ int compact(const T* in, unsigned char* rlebuf, int cnt) {
   return int((o - rlebuf) / OBPP);
 }
 
+// Packets expanded value by value: every width, and the reference for the byte expander below.
 template <int IBPP, int OBPP>
 int expand(const unsigned char* p, unsigned short* expbuf, int cnt, int inlen) {
   const unsigned char* end = p + (inlen > 0 ? inlen : 0);
@@ -203,6 +204,42 @@ int expand(const unsigned char* p, unsigned short* expbuf, int cnt, int inlen) {
   return n;  // data ended without the final 0: what was there
 }
 
+// Byte packets into bytes (the whole-picture reader's rows): packets of up to 16 values are
+// moved as one 16-byte store while 16 bytes of input and of row remain (the bytes past the packet
+// are written over by the next ones), longer ones with memcpy/memset. Rendered pictures are
+// mostly short literals and short runs.
+int expandBytes(const unsigned char* p, unsigned char* out, int cnt, int inlen) {
+  const unsigned char* end = p + (inlen > 0 ? inlen : 0);
+  int n = 0;
+  while (end - p >= 1) {
+    const unsigned h = *p++;
+    const int count = int(h & 0x7F);
+    if (count == 0) return n;
+    if (count > cnt - n) return -1;  // the packet overflows the row
+    if (h & 0x80) {
+      if (end - p < count) return -1;
+#if VORA_SSE2
+      if (count <= 16 && end - p >= 16 && cnt - n >= 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+      else
+#endif
+        memcpy(out + n, p, size_t(count));
+      p += count;
+    } else {
+      if (end - p < 1) return -1;
+#if VORA_SSE2
+      if (count <= 16 && cnt - n >= 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + n), _mm_set1_epi8(char(*p)));
+      else
+#endif
+        memset(out + n, *p, size_t(count));
+      ++p;
+    }
+    n += count;
+  }
+  return n;
+}
+
 }  // namespace
 
 extern "C" {
@@ -215,6 +252,10 @@ int rle_compact(const unsigned short* in, int ibpp, unsigned char* rlebuf, int o
   return obpp == 1 ? compact<1>(in, rlebuf, cnt) : compact<2>(in, rlebuf, cnt);
 }
 
+int rle_expand_plain(const unsigned char* rlebuf, unsigned char* out, int cnt, int inlen) {
+  return expand<1, 1>(rlebuf, reinterpret_cast<unsigned short*>(out), cnt, inlen);
+}
+
 int rle_compact_bytes(const uint8_t* in, unsigned char* rlebuf, int cnt) { return compact<1>(in, rlebuf, cnt); }
 
 int rle_compact_plain(const unsigned short* in, unsigned char* rlebuf, int obpp, int cnt) {
@@ -225,7 +266,7 @@ int rle_expand(const unsigned char* rlebuf, int ibpp, unsigned short* expbuf, in
                int inlen) {
   if (ibpp == 1 && obpp == 2) return expand<1, 2>(rlebuf, expbuf, cnt, inlen);
   if (ibpp == 2 && obpp == 2) return expand<2, 2>(rlebuf, expbuf, cnt, inlen);
-  if (ibpp == 1 && obpp == 1) return expand<1, 1>(rlebuf, expbuf, cnt, inlen);
+  if (ibpp == 1 && obpp == 1) return expandBytes(rlebuf, reinterpret_cast<unsigned char*>(expbuf), cnt, inlen);
   if (ibpp == 2 && obpp == 1) return expand<2, 1>(rlebuf, expbuf, cnt, inlen);
   report(FL_ESTATE, "rle_expand: bad bpp: %d %d\n", ibpp, obpp);
   return 0;

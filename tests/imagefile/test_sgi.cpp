@@ -164,6 +164,29 @@ TEST(Sgi, BlockPackerEqualsThePlainPacker) {
       }
 }
 
+// The byte expander answers as the value-by-value one and writes the same values, on packets of
+// every length, cut short, overflowing their row or missing their final 0.
+TEST(Sgi, ByteExpanderEqualsThePlainExpander) {
+  std::mt19937 rng(9);
+  for (int round = 0; round < 3000; ++round) {
+    Bytes packets;
+    while (packets.size() < 1 + rng() % 300) {
+      const unsigned count = rng() % 6 ? rng() % 20 : rng() % 128;
+      packets.push_back(uint8_t((rng() % 2 ? 0x80 : 0) | count));
+      for (unsigned k = 0; k < ((packets.back() & 0x80) ? count : 1); ++k) packets.push_back(uint8_t(rng()));
+    }
+    if (round % 3) packets.push_back(0);
+    const int cnt = int(rng() % 400), len = int(packets.size() - (round % 7 == 0 ? rng() % 4 : 0));
+    Bytes fast(size_t(cnt) + 1, 0xEE), plain(fast);
+    const int a = rle_expand(packets.data(), 1, reinterpret_cast<unsigned short*>(fast.data()), 1, cnt, len);
+    ASSERT_EQ(a, rle_expand_plain(packets.data(), plain.data(), cnt, len)) << round;
+    ASSERT_EQ(fast[size_t(cnt)], 0xEE) << round;  // nothing past the row
+    if (a > 0) {
+      ASSERT_EQ(Bytes(fast.begin(), fast.begin() + a), Bytes(plain.begin(), plain.begin() + a)) << round;
+    }
+  }
+}
+
 TEST(Sgi, HeaderWrittenByteForByte) {
   vt::TempDir d;
   std::vector<unsigned short> v = pattern(3, 2, 1, 1, 1);
