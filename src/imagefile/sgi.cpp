@@ -447,17 +447,20 @@ int putpixels(IMAGE* img, const void* pixels, size_t rowBytes) {
   const unsigned xs = img->xsize, ys = img->ysize, zs = img->zsize, b = bpc(img) == 2 ? 2 : 1;
   if (!pixels && size_t(xs) * ys * zs != 0) return -1;
   const uint8_t* top = static_cast<const uint8_t*>(pixels);
-  // Rows pixel row by pixel row, so the picture is read once (run-length rows are appended as
-  // they come; verbatim ones are gathered while contiguous).
   if (bytePlanes(img)) {
     std::vector<uint8_t> planes(size_t(xs) * zs);
     void* at[4];
     for (unsigned z = 0; z < zs; ++z) at[z] = planes.data() + size_t(z) * xs;
-    for (unsigned y = 0; y < ys; ++y) {
-      IMF_line_split(top + size_t(ys - 1 - y) * rowBytes, int(zs), 1, int(xs), at);
-      for (unsigned z = 0; z < zs; ++z)
-        if (writeRow(img, at[z], 1, y, z) < 0) return -1;
-    }
+    // Run-length rows are appended as they come: pixel row by pixel row, the picture read once.
+    // Verbatim rows have fixed places, channel after channel: they go in file order, so the
+    // writes stay contiguous, at the cost of splitting each pixel row once per channel.
+    const bool rle = storage(img) == 1;
+    for (unsigned pass = 0; pass < (rle ? 1 : zs); ++pass)
+      for (unsigned y = 0; y < ys; ++y) {
+        IMF_line_split(top + size_t(ys - 1 - y) * rowBytes, int(zs), 1, int(xs), at);
+        for (unsigned z = rle ? 0 : pass; z < (rle ? zs : pass + 1); ++z)
+          if (writeRow(img, at[z], 1, y, z) < 0) return -1;
+      }
     return 0;
   }
   std::vector<unsigned short> line(xs);
