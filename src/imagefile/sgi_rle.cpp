@@ -143,11 +143,22 @@ inline void copyUnits(unsigned char*& o, const unsigned short* in, int k) {
   for (; x < k; ++x) *o++ = uint8_t(in[x]);
 }
 
+// Byte literals: 16 at a time while 16 bytes of the row remain to be read (the last store may
+// write up to 15 bytes past the literal, into room the caller leaves), the rest one by one.
 template <int OBPP>
-inline void copyUnits(unsigned char*& o, const uint8_t* in, int k) {
+inline void copyUnits(unsigned char*& o, const uint8_t* in, int k, const uint8_t* inEnd) {
   static_assert(OBPP == 1, "byte values are packed as bytes");
-  memcpy(o, in, size_t(k));
+  int x = 0;
+#if VORA_SSE2
+  for (; x < k && inEnd - (in + x) >= 16; x += 16)
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + x), _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + x)));
+#endif
+  for (; x < k; ++x) o[x] = in[x];
   o += k;
+}
+template <int OBPP>
+inline void copyUnits(unsigned char*& o, const unsigned short* in, int k, const unsigned short*) {
+  copyUnits<OBPP>(o, in, k);
 }
 
 template <int OBPP, typename T>
@@ -160,7 +171,7 @@ int compact(const T* in, unsigned char* rlebuf, int cnt) {
       const int k = count > 126 ? 126 : count;
       count -= k;
       unit<OBPP>(o, 0x80u | unsigned(k));
-      copyUnits<OBPP>(o, in + i, k);
+      copyUnits<OBPP>(o, in + i, k, in + cnt);
       i += k;
     }
     if (j == cnt) break;
