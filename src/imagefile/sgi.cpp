@@ -104,7 +104,7 @@ bool writeAt(Record* r, const void* data, size_t n, int64_t at) {
 bool readAt(Record* r, void* out, size_t n, int64_t at) {
   if (r->map) {
     if (at < 0 || at > r->mapSize || int64_t(n) > r->mapSize - at) return false;
-    memcpy(out, r->map + at, n);
+    if (n) memcpy(out, r->map + at, n);  // rows of no width have no buffer
     return true;
   }
   return pf::readAt(r->img.file, out, n, at) == long(n);
