@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include <vora/foundation/fl.h>
@@ -326,22 +327,21 @@ int readRow(IMAGE* img, void* out, int width, unsigned y, unsigned z) {
   return int(xs);
 }
 
+// The smallest and largest of n values (in registers: the loop vectorises).
+template <typename T>
+std::pair<unsigned, unsigned> valueRange(const T* v, unsigned n) {
+  T lo = T(~T(0)), hi = 0;
+  for (unsigned i = 0; i < n; ++i) lo = std::min(lo, v[i]), hi = std::max(hi, v[i]);
+  return {lo, hi};
+}
+
 // One row of one channel from `values` of `width` bytes (as readRow).
 int writeRow(IMAGE* img, const void* values, int width, unsigned y, unsigned z) {
   Record* r = rec(img);
   const unsigned xs = img->xsize;
   const unsigned short* buffer = static_cast<const unsigned short*>(values);
   const uint8_t* bytes = static_cast<const uint8_t*>(values);
-  unsigned lo = 0xFFFF, hi = 0;
-  if (width == 1) {
-    uint8_t l = 0xFF, h = 0;  // in registers: the loops vectorise
-    for (unsigned i = 0; i < xs; ++i) l = std::min(l, bytes[i]), h = std::max(h, bytes[i]);
-    lo = l, hi = h;
-  } else {
-    unsigned short l = 0xFFFF, h = 0;
-    for (unsigned i = 0; i < xs; ++i) l = std::min(l, buffer[i]), h = std::max(h, buffer[i]);
-    lo = l, hi = h;
-  }
+  const auto [lo, hi] = width == 1 ? valueRange(bytes, xs) : valueRange(buffer, xs);
   if (xs) img->min = std::min<uint32_t>(img->min, lo), img->max = std::max<uint32_t>(img->max, hi);
 
   int64_t at = seekRow(img, y, z);
