@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
@@ -56,8 +57,10 @@ struct Record {
   const uint8_t* map = nullptr;
   int64_t mapSize = 0;
   int64_t fileSize = -1;
-  std::vector<uint8_t> pending;
+  std::unique_ptr<uint8_t[]> pending;  // writers: kGather bytes and room for one more row
+  size_t pendingBytes = 0, pendingRoom = 0;
   int64_t pendingAt = 0;
+  int64_t end = 0;      // the farthest byte written: the file's size at close
   size_t tmpBytes = 0;  // size of tmpbuf
 };
 
@@ -83,22 +86,45 @@ void swapWords(uint32_t* w, size_t n) {
 
 size_t tableBytes(const IMAGE* i) { return size_t(i->ysize) * i->zsize * sizeof(uint32_t); }
 
-bool flush(Record* r) {
-  if (r->pending.empty()) return true;
-  bool ok = pf::writeAt(r->img.file, r->pending.data(), r->pending.size(), r->pendingAt);
-  r->pending.clear();
-  return ok;
+// Writes at a file position, keeping the file's extent.
+bool put(Record* r, const void* data, size_t n, int64_t at) {
+  if (!pf::writeAt(r->img.file, data, n, at)) return false;
+  r->end = std::max(r->end, at + int64_t(n));
+  return true;
 }
 
-// Writes at a file position: appended to the pending bytes when it continues them.
-bool writeAt(Record* r, const void* data, size_t n, int64_t at) {
-  if (r->pending.empty() || at != r->pendingAt + int64_t(r->pending.size())) {
-    if (!flush(r)) return false;
+bool flush(Record* r) {
+  const size_t n = r->pendingBytes;
+  r->pendingBytes = 0;
+  return n == 0 || put(r, r->pending.get(), n, r->pendingAt);
+}
+
+// Writes are gathered while they are contiguous (rows are appended one after another) and go to
+// the file a MiB at a time.
+constexpr size_t kGather = size_t(1) << 20;
+
+// Room for n bytes at file position `at` among the pending bytes (what does not continue them is
+// flushed first), to be filled and then committed; null when a flush fails. n at most the room
+// left beside kGather.
+uint8_t* reserveAt(Record* r, size_t n, int64_t at) {
+  if (r->pendingBytes == 0 || at != r->pendingAt + int64_t(r->pendingBytes) || r->pendingBytes + n > r->pendingRoom) {
+    if (!flush(r)) return nullptr;
     r->pendingAt = at;
   }
-  const uint8_t* b = static_cast<const uint8_t*>(data);
-  r->pending.insert(r->pending.end(), b, b + n);
-  return r->pending.size() < (1u << 20) || flush(r);
+  return r->pending.get() + r->pendingBytes;
+}
+
+bool commit(Record* r, size_t n) {
+  r->pendingBytes += n;
+  return r->pendingBytes < kGather || flush(r);
+}
+
+bool writeAt(Record* r, const void* data, size_t n, int64_t at) {
+  if (n > r->pendingRoom - kGather) return flush(r) && put(r, data, n, at);
+  uint8_t* to = reserveAt(r, n, at);
+  if (!to) return false;
+  if (n) memcpy(to, data, n);
+  return commit(r, n);
 }
 
 // Reads n bytes at a file position; false when the file holds fewer.
@@ -206,7 +232,10 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
       r->mapSize = r->map ? r->fileSize : 0;
     }
   } else {
-    int fd = pf::openCreate(file, 0600);
+    // Run-length files are written whole from the start, header, tables and rows one after
+    // another, so an existing file can be written over in place and cut at the end; verbatim
+    // rows have places of their own, and rows never written must read as zeros.
+    int fd = (type & 0xFF00) == 0x0100 ? pf::openRewrite(file, 0600) : pf::openCreate(file, 0600);
     if (fd < 0) {
       return fail(r, FL_EOPEN, "iopen: can't open output file %s\n", file);
     }
@@ -225,10 +254,11 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
     strncpy(img->name, "no name", sizeof img->name);
     img->wastebytes = 0;
     img->dorev = hostLittleEndian();
+    uint8_t head[kDataStart] = {};  // the record, then zeros up to the tables
     IMAGE out = *img;
     if (img->dorev) swapHeader(&out);
-    if (!pf::writeAt(fd, &out, kHeaderBytes, 0))
-      return fail(r, FL_EWRITE, "iopen: error on write of image header\n");
+    memcpy(head, &out, kHeaderBytes);
+    if (!put(r, head, kDataStart, 0)) return fail(r, FL_EWRITE, "iopen: error on write of image header\n");
   }
   img->flags = reading ? kRead : kWrite;
   if (storage(img) == 1) {
@@ -258,7 +288,11 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
   r->tmpBytes = std::max<size_t>(4 * (size_t(img->xsize) + img->xsize / 64),
                                  2 * (size_t(img->xsize) + img->xsize / 126 + 3));
   img->tmpbuf = static_cast<uint16_t*>(malloc(r->tmpBytes));
-  if (!img->tmpbuf) {
+  if (!reading) {
+    r->pendingRoom = kGather + r->tmpBytes + 16;  // a row and the packer's 16-byte stores
+    r->pending.reset(new (std::nothrow) uint8_t[r->pendingRoom]);
+  }
+  if (!img->tmpbuf || (!reading && !r->pending)) {
     return fail(r, FL_ENOMEM, "iopen: error on tmpbuf alloc %d\n", img->xsize);
   }
   img->x = img->y = img->z = 0;
@@ -377,20 +411,22 @@ int writeRow(IMAGE* img, const void* values, int width, unsigned y, unsigned z) 
     report(IL_EDAMAGED, "putrow: weird bpp\n");
     return -1;
   }
-  unsigned char* packets = reinterpret_cast<unsigned char*>(img->tmpbuf);
+  // Packed straight into the pending bytes, where the row goes: at the end of the rows so far.
+  const int64_t where = img->rleend;
+  unsigned char* packets = reserveAt(r, (size_t(xs) + xs / 126 + 3) * bpc(img) + 16, where);
+  if (!packets) return writeFailed();
   int units = bpc(img) == 1 && width == 1 ? rle_compact_bytes(bytes, packets, int(xs))
                                           : rle_compact(buffer, 2, packets, int(bpc(img)), int(xs));
   uint32_t len = uint32_t(units) * bpc(img);
   if (bpc(img) == 2 && img->dorev)
-    for (int i = 0; i < units; ++i) img->tmpbuf[i] = swap16(img->tmpbuf[i]);
+    for (uint32_t i = 0; i < len; i += 2) std::swap(packets[i], packets[i + 1]);
   size_t index = img->dim == 1 ? 0 : img->dim == 2 ? y : y + size_t(z) * img->ysize;
   img->rowstart[index] = img->rleend;
   if (img->rowsize[index] != kNotWritten) img->wastebytes += img->rowsize[index];
   img->rowsize[index] = len;
-  int64_t where = img->rleend;
   img->rleend += len;
   img->offset = uint32_t(where);
-  if (!writeAt(r, img->tmpbuf, len, where)) return writeFailed();
+  if (!commit(r, len)) return writeFailed();
   img->offset += len;
   return int(xs);
 }
@@ -485,7 +521,7 @@ static bool finishWriting(IMAGE* img) {
   if (!flush(r)) return report(FL_EWRITE, "putrow: error on write of row\n"), false;
   IMAGE out = *img;
   if (img->dorev) swapHeader(&out);
-  if (!pf::writeAt(img->file, &out, kHeaderBytes, 0)) return report(FL_EWRITE, "iclose: error on write of image header\n"), false;
+  if (!put(r, &out, kHeaderBytes, 0)) return report(FL_EWRITE, "iclose: error on write of image header\n"), false;
   if (storage(img) != 1) return true;
   const size_t tb = tableBytes(img);
   const uint32_t* tables[2] = {img->rowstart, img->rowsize};
@@ -493,7 +529,7 @@ static bool finishWriting(IMAGE* img) {
   for (int i = 0; i < 2; ++i) {
     std::vector<uint32_t> t(tables[i], tables[i] + tb / 4);
     if (img->dorev) swapWords(t.data(), t.size());
-    if (!pf::writeAt(img->file, t.data(), tb, int64_t(kDataStart + size_t(i) * tb)))
+    if (!put(r, t.data(), tb, int64_t(kDataStart + size_t(i) * tb)))
       return report(FL_EWRITE, "iclose: error on write of %s\n", names[i]), false;
   }
   return true;
@@ -508,6 +544,11 @@ int iclose(IMAGE* img) {
   if (!img) return -1;
   Record* r = rec(img);
   bool ok = !(img->flags & kWrite) || finishWriting(img);
+  // A file written over in place ends where this one does, whatever happened above.
+  if ((img->flags & kWrite) && !pf::truncateTo(img->file, r->end) && ok) {
+    report(FL_EWRITE, "iclose: error on truncation of file\n");
+    ok = false;
+  }
   // Everything is released whatever happened above.
   free(img->base);
   free(img->tmpbuf);

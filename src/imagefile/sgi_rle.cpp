@@ -1,6 +1,7 @@
 // The run-length packets of SGI rows (rle_compact, rle_expand).
 #include <cstring>
 #include <type_traits>
+#include <vector>
 
 #include "imagefile/sgi_format.h"
 #include "platform/simd.h"
@@ -63,6 +64,7 @@ int compactPlain(const unsigned short* in, unsigned char* rlebuf, int cnt) {
 // The same packets found and copied in blocks: rendered pictures are mostly literals (noise
 // leaves few runs of three), which the plain packer handles a value at a time.
 using vora::simd::lowestBit;
+using vora::simd::lowestBit64;
 #if VORA_SSE2
 inline __m128i load8(const unsigned short* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 #endif
@@ -79,36 +81,6 @@ inline int nextRun(const unsigned short* in, int i, int cnt) {
   for (; i + 2 < cnt; ++i)
     if (in[i] == in[i + 1] && in[i + 1] == in[i + 2]) return i;
   return cnt;
-}
-
-// The same for byte values (the whole-picture writer's planes), 16 at a time.
-inline int nextRun(const uint8_t* in, int i, int cnt) {
-#if VORA_SSE2
-  for (; i + 18 <= cnt; i += 16) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i)),
-                  b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 1)),
-                  c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 2));
-    const unsigned m = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, b), _mm_cmpeq_epi8(b, c))));
-    if (m) return i + lowestBit(m);
-  }
-#endif
-  for (; i + 2 < cnt; ++i)
-    if (in[i] == in[i + 1] && in[i + 1] == in[i + 2]) return i;
-  return cnt;
-}
-
-inline int runEnd(const uint8_t* in, int j, int cnt) {
-  int k = j + 1;
-#if VORA_SSE2
-  const __m128i v = _mm_set1_epi8(char(in[j]));
-  for (; k + 16 <= cnt; k += 16) {
-    const unsigned m =
-        unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + k)), v))) ^ 0xFFFFu;
-    if (m) return k + lowestBit(m);
-  }
-#endif
-  while (k < cnt && in[k] == in[j]) ++k;
-  return k;
 }
 
 // Where the run of in[j] that begins at j ends.
@@ -186,6 +158,70 @@ int compact(const T* in, unsigned char* rlebuf, int cnt) {
   }
   unit<OBPP>(o, 0);
   return int((o - rlebuf) / OBPP);
+}
+
+// Byte rows (the whole-picture writer's planes), packed from a bit mask of the row made first:
+// bit k set when value k equals value k + 1. Runs of three start where two neighbouring bits
+// are set, and a run ends at the first clear bit, so finding either is a bit scan instead of a
+// loop of comparisons whose end the processor cannot foresee (rendered rows are a short literal
+// and a short run after another).
+int compactBytes(const uint8_t* in, unsigned char* rlebuf, int cnt) {
+  constexpr int kLocalWords = 65536 / 64 + 2;  // the format's rows are at most 65535 values
+  uint64_t local[kLocalWords];
+  std::vector<uint64_t> longer;
+  const int words = (cnt + 63) / 64;
+  uint64_t* eq = words + 2 <= kLocalWords ? local : (longer.resize(size_t(words) + 2), longer.data());
+  for (int w = 0; w <= words; ++w) eq[w] = 0;  // and a clear word past the row
+  int k = 0;
+#if VORA_SSE2
+  for (; k + 17 <= cnt; k += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + k)),
+                  b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + k + 1));
+    eq[k >> 6] |= uint64_t(unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)))) << (k & 63);
+  }
+#endif
+  for (; k + 1 < cnt; ++k) eq[k >> 6] |= uint64_t(in[k] == in[k + 1]) << (k & 63);
+  // Runs of three starting at or after i, from word w on.
+  auto starts = [&](int w) { return eq[w] & (eq[w] >> 1 | eq[w + 1] << 63); };
+  auto nextRun = [&](int i) {
+    int w = i >> 6;
+    uint64_t m = starts(w) & (~uint64_t(0) << (i & 63));
+    while (!m) {
+      if (++w >= words) return cnt;
+      m = starts(w);
+    }
+    return w * 64 + lowestBit64(m);
+  };
+  // The first clear bit at or after i: the last value of the run (bits past the row are clear).
+  auto runLast = [&](int i) {
+    int w = i >> 6;
+    uint64_t m = ~eq[w] & (~uint64_t(0) << (i & 63));
+    while (!m) m = ~eq[++w];
+    return w * 64 + lowestBit64(m);
+  };
+  unsigned char* o = rlebuf;
+  int i = 0;
+  while (i < cnt) {
+    const int j = nextRun(i);
+    for (int count = j - i; count > 0;) {
+      const int n = count > 126 ? 126 : count;
+      count -= n;
+      *o++ = uint8_t(0x80u | unsigned(n));
+      copyUnits<1>(o, in + i, n, in + cnt);
+      i += n;
+    }
+    if (j == cnt) break;
+    const int end = runLast(j + 2) + 1;
+    for (int count = end - j; count > 0;) {
+      const int n = count > 126 ? 126 : count;
+      count -= n;
+      *o++ = uint8_t(n);
+      *o++ = in[j];
+    }
+    i = end;
+  }
+  *o++ = 0;
+  return int(o - rlebuf);
 }
 
 // Packets expanded value by value: every width, and the reference for the byte expander below.
@@ -267,7 +303,7 @@ int rle_expand_plain(const unsigned char* rlebuf, unsigned char* out, int cnt, i
   return expand<1, 1>(rlebuf, reinterpret_cast<unsigned short*>(out), cnt, inlen);
 }
 
-int rle_compact_bytes(const uint8_t* in, unsigned char* rlebuf, int cnt) { return compact<1>(in, rlebuf, cnt); }
+int rle_compact_bytes(const uint8_t* in, unsigned char* rlebuf, int cnt) { return compactBytes(in, rlebuf, cnt); }
 
 int rle_compact_plain(const unsigned short* in, unsigned char* rlebuf, int obpp, int cnt) {
   return obpp == 1 ? compactPlain<1>(in, rlebuf, cnt) : compactPlain<2>(in, rlebuf, cnt);

@@ -42,6 +42,23 @@ int openCreate(const char* path, int mode) {
   return fd;
 }
 
+int openRewrite(const char* path, int mode) {
+  int fd;
+  do fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, mode);
+  while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+bool truncateTo(int fd, int64_t size) {
+  struct stat st;
+  if (fstat(fd, &st) != 0) return false;
+  if (!S_ISREG(st.st_mode)) return true;
+  int r;
+  do r = ftruncate(fd, off_t(size));
+  while (r != 0 && errno == EINTR);
+  return r == 0;
+}
+
 long readAt(int fd, void* buf, size_t n, int64_t pos) {
   size_t done = 0;
   while (done < n) {

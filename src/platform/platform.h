@@ -37,6 +37,12 @@ long readSome(int fd, void* buf, size_t n);
 int openRead(const char* path);               // -1 with errno on failure
 int openWrite(const char* path);              // create/truncate, mode 0666 & umask
 int openCreate(const char* path, int mode);   // create/truncate with the given permissions
+// Creates a file, or opens an existing one to be written over in place (not truncated): the
+// writer ends it with truncateTo at the size it wrote. A file truncated to nothing and written
+// again makes the file system start writing it back at close, which costs as much as the
+// writing; an existing one written over keeps its blocks.
+int openRewrite(const char* path, int mode);
+bool truncateTo(int fd, int64_t size);  // regular files only; true for others (pipes, devices)
 long readAt(int fd, void* buf, size_t n, int64_t pos);  // bytes read (short at the end), -1
 // Maps a whole regular file read-only; null when it cannot (the caller then reads with readAt).
 const uint8_t* mapFile(int fd, int64_t size);

@@ -18,6 +18,8 @@
 #define VORA_SSE2 0
 #endif
 
+#include <cstdint>
+
 namespace vora::simd {
 
 // The index of the lowest set bit of a nonzero mask (the first lane a comparison picked).
@@ -28,6 +30,16 @@ inline int lowestBit(unsigned mask) {
   return int(i);
 #else
   return __builtin_ctz(mask);
+#endif
+}
+
+inline int lowestBit64(uint64_t mask) {
+#if defined(_MSC_VER)
+  unsigned long i;
+  _BitScanForward64(&i, mask);
+  return int(i);
+#else
+  return __builtin_ctzll(mask);
 #endif
 }
 

@@ -205,7 +205,7 @@ TEST(Sgi, HeaderWrittenByteForByte) {
   expect.insert(expect.end(), name.begin(), name.end());
   vt::be32(expect, 0);  // colormap
   EXPECT_EQ(vt::hex(Bytes(f.begin(), f.begin() + 108)), vt::hex(expect));
-  // Bytes 176 to 511 are not written (a hole of zeros in a new file); rows start at 512.
+  // Bytes 176 to 511 are zeros; rows start at 512.
   EXPECT_EQ(Bytes(f.begin() + 176, f.begin() + 512), Bytes(336, 0));
   EXPECT_EQ(f[512], v[0]);
 }
@@ -246,6 +246,18 @@ TEST(Sgi, RoundTripsOfEveryStorageDepthAndChannelCount) {
           if (storage == 0) {
             EXPECT_EQ(part(pixels, 176, pixels.size()), part(rows, 176, rows.size()));
           }
+          // Both files were written over the last round's (run-length files in place): each
+          // ends where its last row does, and nothing of the old file is left before 512.
+          size_t end = 512 + size_t(w) * h * z * bpc;
+          if (storage == 1) {
+            const size_t n = size_t(h) * z;
+            auto be32 = [&](size_t at) { return size_t(rows[at]) << 24 | size_t(rows[at + 1]) << 16 | size_t(rows[at + 2]) << 8 | rows[at + 3]; };
+            end = 512 + 8 * n;
+            for (size_t i = 0; i < n; ++i) end = std::max(end, be32(512 + 4 * i) + be32(512 + 4 * (n + i)));
+          }
+          EXPECT_EQ(rows.size(), end);
+          EXPECT_EQ(pixels.size(), end);
+          EXPECT_EQ(part(pixels, 176, 512), Bytes(336, 0));
         }
 }
 
