@@ -1,9 +1,12 @@
 // JPEG through libjpeg-turbo: 8-bit grey, YCbCr and CMYK files read as grey or RGB; written as
 // 8-bit grey or RGB at the "quality" setting (default 90).
-#include <cstdio>
 #include <csetjmp>
+#include <cstdio>
 
 #include <jpeglib.h>
+#if defined(__GNUC__) && defined(__x86_64__)
+#include <tmmintrin.h>
+#endif
 
 #include "common/whole_image.h"
 
@@ -25,6 +28,29 @@ void onError(j_common_ptr info) {
   longjmp(f->back, 1);
 }
 void onMessage(j_common_ptr, int) {}  // warnings of damaged data: the picture is still decoded
+
+// 8-bit blue, green, red, matte pixels as red, green, blue. libjpeg-turbo takes BGRX lines too,
+// but codes them 10 to 15% slower than RGB ones (its colour step reads 4-byte pixels); this copy
+// of a line, in the cache, costs less than the difference. `rgb` has 4 bytes to spare.
+void bgraToRgbPlain(const uint8_t* bgra, uint8_t* rgb, int n) {
+  for (int x = 0; x < n; ++x) rgb[3 * x] = bgra[4 * x + 2], rgb[3 * x + 1] = bgra[4 * x + 1], rgb[3 * x + 2] = bgra[4 * x];
+}
+#if defined(__GNUC__) && defined(__x86_64__)
+__attribute__((target("ssse3"))) void bgraToRgbSsse3(const uint8_t* bgra, uint8_t* rgb, int n) {
+  const __m128i order = _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
+  int x = 0;
+  for (; x + 4 <= n; x += 4)  // 12 bytes of pixels a store, and 4 the next one writes over
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(rgb + 3 * x),
+                     _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bgra + 4 * x)), order));
+  bgraToRgbPlain(bgra + 4 * x, rgb + 3 * x, n - x);
+}
+void bgraToRgb(const uint8_t* bgra, uint8_t* rgb, int n) {
+  static const bool ssse3 = __builtin_cpu_supports("ssse3");
+  (ssse3 ? bgraToRgbSsse3 : bgraToRgbPlain)(bgra, rgb, n);
+}
+#else
+void bgraToRgb(const uint8_t* bgra, uint8_t* rgb, int n) { bgraToRgbPlain(bgra, rgb, n); }
+#endif
 
 struct JpegCodec {
   static constexpr uint32_t flags = IMF_CAN_READ | IMF_CAN_WRITE;
@@ -116,14 +142,14 @@ struct JpegCodec {
   }
 
   // Writing streams: each line is coded as it comes, no picture is held whole. The coder starts
-  // at the first line, taking the layout that line comes in: 8-bit blue, green, red, matte lines
-  // are read by libjpeg-turbo as they are (BGRX), with no copy of the picture into another order.
+  // at the first line, taking the layout that line comes in; 8-bit blue, green, red, matte lines
+  // go through one line of red, green, blue (or grey) each.
   struct Writer {
     jpeg_compress_struct info;
     Failure failure;
     FILE* out = nullptr;
     int layout = 0;                  // of the first line: IMF_PIXELS_RECORD or IMF_PIXELS_BGRA8
-    std::vector<uint8_t> green;      // a grey line taken from BGRA8
+    std::vector<uint8_t> line;       // a line taken from BGRA8: grey (the green) or RGB
     std::vector<char> buffer;        // the file's, until it is closed
   };
 
@@ -144,7 +170,6 @@ struct JpegCodec {
     if (setjmp(w.failure.back)) return false;
     if (!w.layout) {
       w.layout = layout;
-      if (layout == IMF_PIXELS_BGRA8 && w.info.in_color_space == JCS_RGB) w.info.in_color_space = JCS_EXT_BGRX, w.info.input_components = 4;
       jpeg_start_compress(&w.info, TRUE);
     }
     JSAMPROW r = const_cast<JSAMPROW>(row);
@@ -181,12 +206,14 @@ struct JpegCodec {
   }
   static bool streamLineBgra(void* s, const uint8_t* bgra, std::string& why) {
     auto* w = static_cast<Writer*>(s);
+    const size_t width = w->info.image_width;
+    w->line.resize(width * 3 + 4);
     if (w->info.in_color_space == JCS_GRAYSCALE) {  // grey is the green
-      w->green.resize(w->info.image_width);
-      for (size_t x = 0; x < w->green.size(); ++x) w->green[x] = bgra[x * 4 + 1];
-      bgra = w->green.data();
+      for (size_t x = 0; x < width; ++x) w->line[x] = bgra[x * 4 + 1];
+    } else {
+      bgraToRgb(bgra, w->line.data(), int(width));
     }
-    return line(*w, bgra, IMF_PIXELS_BGRA8) || (why = w->failure.message, false);
+    return line(*w, w->line.data(), IMF_PIXELS_BGRA8) || (why = w->failure.message, false);
   }
   static bool endStream(void* s, bool keep, std::string& why) {
     auto* w = static_cast<Writer*>(s);
