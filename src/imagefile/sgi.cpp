@@ -289,7 +289,7 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
                                  2 * (size_t(img->xsize) + img->xsize / 126 + 3));
   img->tmpbuf = static_cast<uint16_t*>(malloc(r->tmpBytes));
   if (!reading) {
-    r->pendingRoom = kGather + r->tmpBytes + 16;  // a row and the packer's 16-byte stores
+    r->pendingRoom = kGather + r->tmpBytes + 64;  // a row and what the packer's block stores pass
     r->pending.reset(new (std::nothrow) uint8_t[r->pendingRoom]);
   }
   if (!img->tmpbuf || (!reading && !r->pending)) {
@@ -413,7 +413,7 @@ int writeRow(IMAGE* img, const void* values, int width, unsigned y, unsigned z) 
   }
   // Packed straight into the pending bytes, where the row goes: at the end of the rows so far.
   const int64_t where = img->rleend;
-  unsigned char* packets = reserveAt(r, (size_t(xs) + xs / 126 + 3) * bpc(img) + 16, where);
+  unsigned char* packets = reserveAt(r, (size_t(xs) + xs / 126 + 3) * bpc(img) + 64, where);
   if (!packets) return writeFailed();
   int units = bpc(img) == 1 && width == 1 ? rle_compact_bytes(bytes, packets, int(xs))
                                           : rle_compact(buffer, 2, packets, int(bpc(img)), int(xs));

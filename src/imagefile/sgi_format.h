@@ -29,7 +29,7 @@ extern "C" {
 // exported for the tests only.
 VORA_API int rle_compact_plain(const unsigned short* in, unsigned char* rlebuf, int obpp, int cnt);
 // rle_compact's byte packets of cnt byte values (the whole-picture writer's): at most
-// cnt + cnt / 126 + 2 bytes, in a buffer with room for 16 more (literals are moved 16 at a time).
+// cnt + cnt / 126 + 2 bytes, in a buffer with room for 64 more (literals are moved in blocks).
 VORA_API int rle_compact_bytes(const uint8_t* in, unsigned char* rlebuf, int cnt);
 // rle_expand of byte packets into bytes value by value: the reference for the block expander.
 VORA_API int rle_expand_plain(const unsigned char* rlebuf, unsigned char* out, int cnt, int inlen);

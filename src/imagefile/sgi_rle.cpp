@@ -160,66 +160,97 @@ int compact(const T* in, unsigned char* rlebuf, int cnt) {
   return int((o - rlebuf) / OBPP);
 }
 
-// Byte rows (the whole-picture writer's planes), packed from a bit mask of the row made first:
-// bit k set when value k equals value k + 1. Runs of three start where two neighbouring bits
-// are set, and a run ends at the first clear bit, so finding either is a bit scan instead of a
-// loop of comparisons whose end the processor cannot foresee (rendered rows are a short literal
-// and a short run after another).
+// Byte rows (the whole-picture writer's planes), packed from bit masks of the row made first.
+// Bit k of `eq` is set when value k equals value k + 1; a run of three starts at k when bits k
+// and k + 1 are set ("starts"). The packer's runs are the longest stretches of equal values of
+// three or more (a literal ends at the first run of three, and a run takes every equal value), so
+// they begin at the first bit of each block of starts and end two values past its last bit. All
+// those positions are taken from the masks first, a few bit operations a word with no loop that
+// depends on the one before; the packets are then written in one pass. Rendered rows are a short
+// literal and a short run after another, where finding each end by scanning left the processor
+// waiting on every step and guessing at every loop's end.
+namespace {
+// The positions of the set bits of m (base + bit), appended at out[n]: two are written whatever
+// m holds (out has room), more only for the few words that have them.
+inline void appendBits(uint64_t m, int base, int32_t* out, int& n) {
+  constexpr uint64_t top = uint64_t(1) << 63;  // keeps the bit scans defined when m runs out
+  const uint64_t second = m & (m - 1);
+  out[n] = base + lowestBit64(m | top), n += m != 0;
+  out[n] = base + lowestBit64(second | top), n += second != 0;
+  for (uint64_t rest = second & (second - 1); rest; rest &= rest - 1) out[n++] = base + lowestBit64(rest);
+}
+}  // namespace
+
 int compactBytes(const uint8_t* in, unsigned char* rlebuf, int cnt) {
-  constexpr int kLocalWords = 65536 / 64 + 2;  // the format's rows are at most 65535 values
-  uint64_t local[kLocalWords];
-  std::vector<uint64_t> longer;
   const int words = (cnt + 63) / 64;
-  uint64_t* eq = words + 2 <= kLocalWords ? local : (longer.resize(size_t(words) + 2), longer.data());
-  for (int w = 0; w <= words; ++w) eq[w] = 0;  // and a clear word past the row
+  thread_local std::vector<uint64_t> eqs;
+  thread_local std::vector<int32_t> marks;
+  eqs.resize(size_t(words) + 2);
+  marks.resize(2 * (size_t(cnt) / 3 + 2));
+  uint64_t* eq = eqs.data();
+  for (int w = 0; w <= words + 1; ++w) eq[w] = 0;  // and clear words past the row
   int k = 0;
 #if VORA_SSE2
-  for (; k + 17 <= cnt; k += 16) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + k)),
-                  b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + k + 1));
-    eq[k >> 6] |= uint64_t(unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)))) << (k & 63);
-  }
+  auto equalNext16 = [in](int at) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at)),
+                  b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at + 1));
+    return uint64_t(unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b))));
+  };
+  for (; k + 65 <= cnt; k += 64)
+    eq[k >> 6] = equalNext16(k) | equalNext16(k + 16) << 16 | equalNext16(k + 32) << 32 | equalNext16(k + 48) << 48;
+  for (; k + 17 <= cnt; k += 16) eq[k >> 6] |= equalNext16(k) << (k & 63);
 #endif
   for (; k + 1 < cnt; ++k) eq[k >> 6] |= uint64_t(in[k] == in[k + 1]) << (k & 63);
-  // Runs of three starting at or after i, from word w on.
-  auto starts = [&](int w) { return eq[w] & (eq[w] >> 1 | eq[w + 1] << 63); };
-  auto nextRun = [&](int i) {
-    int w = i >> 6;
-    uint64_t m = starts(w) & (~uint64_t(0) << (i & 63));
-    while (!m) {
-      if (++w >= words) return cnt;
-      m = starts(w);
-    }
-    return w * 64 + lowestBit64(m);
-  };
-  // The first clear bit at or after i: the last value of the run (bits past the row are clear).
-  auto runLast = [&](int i) {
-    int w = i >> 6;
-    uint64_t m = ~eq[w] & (~uint64_t(0) << (i & 63));
-    while (!m) m = ~eq[++w];
-    return w * 64 + lowestBit64(m);
-  };
+  // Each block of starts: its first bit (the run's first value) and its last (two before its
+  // last value), in position order.
+  int32_t* firsts = marks.data();
+  int32_t* lasts = firsts + cnt / 3 + 2;
+  int runs = 0, ends = 0;
+  uint64_t before = 0, here = eq[0] & (eq[0] >> 1 | eq[1] << 63);
+  for (int w = 0; w < words; ++w) {
+    const uint64_t next = eq[w + 1] & (eq[w + 1] >> 1 | eq[w + 2] << 63);
+    appendBits(here & ~(here << 1 | before >> 63), w * 64, firsts, runs);
+    appendBits(here & ~(here >> 1 | next << 63), w * 64, lasts, ends);
+    before = here, here = next;
+  }
   unsigned char* o = rlebuf;
-  int i = 0;
-  while (i < cnt) {
-    const int j = nextRun(i);
-    for (int count = j - i; count > 0;) {
+  auto literal = [&](int from, int to) {
+#if VORA_SSE2
+    // Most literals of rendered rows are shorter than 64: one packet moved as 64 bytes (the rest
+    // is written over next), with no loop whose length the processor would have to guess.
+    if (unsigned(to - from - 1) < 64u && cnt - from >= 64) {
+      *o++ = uint8_t(0x80u | unsigned(to - from));
+      for (int b = 0; b < 64; b += 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o + b), _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + from + b)));
+      o += to - from;
+      return;
+    }
+#endif
+    for (int count = to - from; count > 0;) {
       const int n = count > 126 ? 126 : count;
       count -= n;
       *o++ = uint8_t(0x80u | unsigned(n));
-      copyUnits<1>(o, in + i, n, in + cnt);
-      i += n;
+      copyUnits<1>(o, in + from, n, in + cnt);
+      from += n;
     }
-    if (j == cnt) break;
-    const int end = runLast(j + 2) + 1;
-    for (int count = end - j; count > 0;) {
+  };
+  int done = 0;
+  for (int r = 0; r < runs; ++r) {
+    const int first = firsts[r], end = lasts[r] + 3;
+    literal(done, first);
+    done = end;
+    if (end - first <= 126) {  // one packet, as almost every run is
+      o[0] = uint8_t(end - first), o[1] = in[first], o += 2;
+      continue;
+    }
+    for (int count = end - first; count > 0;) {
       const int n = count > 126 ? 126 : count;
       count -= n;
       *o++ = uint8_t(n);
-      *o++ = in[j];
+      *o++ = in[first];
     }
-    i = end;
   }
+  literal(done, cnt);
   *o++ = 0;
   return int(o - rlebuf);
 }

@@ -137,17 +137,17 @@ TEST(Sgi, PacketSplitsAt126) {
 }
 
 // The block packers (of 16-bit values and of bytes) make the plain packer's bytes: rows of noise, runs of two (never packed),
-// runs of exactly three, runs past 126, values past a byte, at widths around the block sizes.
+// runs of exactly three, runs past 126, values past a byte, a noisy gradient, at widths around the block sizes.
 TEST(Sgi, BlockPackerEqualsThePlainPacker) {
   std::mt19937 rng(3);
   const std::vector<std::function<unsigned short(int)>> rows = {
       [&](int) { return uint16_t(rng() & 0xFF); },              [&](int) { return uint16_t(rng() % 3); },
       [](int x) { return uint16_t(x / 2); },                    [](int x) { return uint16_t(x / 3); },
       [](int x) { return uint16_t(x / 200 % 2 * 300 + 5); },   [&](int x) { return uint16_t(x % 37 < 20 ? 7 : rng()); },
-      [](int) { return uint16_t(42); }};
-  std::vector<unsigned char> fast(4 * 1100), plain(fast.size());
+      [](int) { return uint16_t(42); },                        [&](int x) { return uint16_t(x / 40 + rng() % 5); }};
+  std::vector<unsigned char> fast(3 * 4200), plain(fast.size());
   for (size_t kind = 0; kind < rows.size(); ++kind)
-    for (int width : {1, 2, 3, 9, 10, 11, 17, 18, 127, 1000})
+    for (int width : {1, 2, 3, 9, 10, 11, 17, 18, 63, 64, 65, 127, 1000, 4096})
       for (int obpp : {1, 2}) {
         std::vector<unsigned short> values(static_cast<size_t>(width));
         for (int x = 0; x < width; ++x) values[size_t(x)] = rows[kind](x);
