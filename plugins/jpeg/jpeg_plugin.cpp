@@ -190,7 +190,7 @@ struct JpegCodec {
     w->info.err = jpeg_std_error(&w->failure.manager);
     w->failure.manager.error_exit = onError;
     if (!(w->out = fopen(path, "wb"))) return why = std::string("cannot be created: ") + strerror(errno), delete w, nullptr;
-    w->buffer.resize(size_t(1) << 20);  // libjpeg hands over 4 KiB at a time: a write call each otherwise
+    w->buffer.resize(size_t(64) << 10);  // libjpeg hands over 4 KiB at a time: a write call each otherwise
     setvbuf(w->out, w->buffer.data(), _IOFBF, w->buffer.size());
     if (!start(*w, image, quality)) {
       std::string ignored;
