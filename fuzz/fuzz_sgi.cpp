@@ -25,6 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // The whole picture, when it is small enough to hold (the bytes per channel as the header says,
   // bounded by the two the reader takes).
   img = iopen(fuzz::tempPath().c_str(), "r", 0, 0, 0, 0, 0);
+  if (!img) return 0;
   const size_t rowBytes = size_t(img->xsize) * img->zsize * 2;
   if (rowBytes * img->ysize <= (16u << 20)) {
     std::vector<uint8_t> px(rowBytes * img->ysize + 1);

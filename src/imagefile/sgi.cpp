@@ -235,13 +235,13 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
     // Run-length files are written whole from the start, header, tables and rows one after
     // another, so an existing file can be written over in place and cut at the end; verbatim
     // rows have places of their own, and rows never written must read as zeros.
-    int fd = (type & 0xFF00) == 0x0100 ? pf::openRewrite(file, 0600) : pf::openCreate(file, 0600);
+    img->type = uint16_t(type);
+    int fd = storage(img) == 1 ? pf::openRewrite(file, 0600) : pf::openCreate(file, 0600);
     if (fd < 0) {
       return fail(r, FL_EOPEN, "iopen: can't open output file %s\n", file);
     }
     img->file = fd;
     img->imagic = kMagic;
-    img->type = uint16_t(type);
     img->xsize = uint16_t(xsize);
     img->ysize = 1;
     img->zsize = 1;

@@ -64,7 +64,6 @@ int compactPlain(const unsigned short* in, unsigned char* rlebuf, int cnt) {
 // The same packets found and copied in blocks: rendered pictures are mostly literals (noise
 // leaves few runs of three), which the plain packer handles a value at a time.
 using vora::simd::lowestBit;
-using vora::simd::lowestBit64;
 #if VORA_SSE2
 inline __m128i load8(const unsigned short* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 #endif
@@ -117,9 +116,7 @@ inline void copyUnits(unsigned char*& o, const unsigned short* in, int k) {
 
 // Byte literals: 16 at a time while 16 bytes of the row remain to be read (the last store may
 // write up to 15 bytes past the literal, into room the caller leaves), the rest one by one.
-template <int OBPP>
-inline void copyUnits(unsigned char*& o, const uint8_t* in, int k, const uint8_t* inEnd) {
-  static_assert(OBPP == 1, "byte values are packed as bytes");
+inline void copyBytes(unsigned char*& o, const uint8_t* in, int k, const uint8_t* inEnd) {
   int x = 0;
 #if VORA_SSE2
   for (; x < k && inEnd - (in + x) >= 16; x += 16)
@@ -129,12 +126,7 @@ inline void copyUnits(unsigned char*& o, const uint8_t* in, int k, const uint8_t
   o += k;
 }
 template <int OBPP>
-inline void copyUnits(unsigned char*& o, const unsigned short* in, int k, const unsigned short*) {
-  copyUnits<OBPP>(o, in, k);
-}
-
-template <int OBPP, typename T>
-int compact(const T* in, unsigned char* rlebuf, int cnt) {
+int compact(const unsigned short* in, unsigned char* rlebuf, int cnt) {
   unsigned char* o = rlebuf;
   int i = 0;
   while (i < cnt) {
@@ -143,7 +135,7 @@ int compact(const T* in, unsigned char* rlebuf, int cnt) {
       const int k = count > 126 ? 126 : count;
       count -= k;
       unit<OBPP>(o, 0x80u | unsigned(k));
-      copyUnits<OBPP>(o, in + i, k, in + cnt);
+      copyUnits<OBPP>(o, in + i, k);
       i += k;
     }
     if (j == cnt) break;
@@ -175,9 +167,9 @@ namespace {
 inline void appendBits(uint64_t m, int base, int32_t* out, int& n) {
   constexpr uint64_t top = uint64_t(1) << 63;  // keeps the bit scans defined when m runs out
   const uint64_t second = m & (m - 1);
-  out[n] = base + lowestBit64(m | top), n += m != 0;
-  out[n] = base + lowestBit64(second | top), n += second != 0;
-  for (uint64_t rest = second & (second - 1); rest; rest &= rest - 1) out[n++] = base + lowestBit64(rest);
+  out[n] = base + lowestBit(m | top), n += m != 0;
+  out[n] = base + lowestBit(second | top), n += second != 0;
+  for (uint64_t rest = second & (second - 1); rest; rest &= rest - 1) out[n++] = base + lowestBit(rest);
 }
 }  // namespace
 
@@ -230,7 +222,7 @@ int compactBytes(const uint8_t* in, unsigned char* rlebuf, int cnt) {
       const int n = count > 126 ? 126 : count;
       count -= n;
       *o++ = uint8_t(0x80u | unsigned(n));
-      copyUnits<1>(o, in + from, n, in + cnt);
+      copyBytes(o, in + from, n, in + cnt);
       from += n;
     }
   };

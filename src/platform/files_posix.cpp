@@ -28,26 +28,18 @@ int openRead(const char* path) {
   return fd;
 }
 
-int openWrite(const char* path) {
+namespace {
+int openRetrying(const char* path, int flags, int mode) {
   int fd;
-  do fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  do fd = open(path, flags | O_CLOEXEC, mode);
   while (fd < 0 && errno == EINTR);
   return fd;
 }
+}  // namespace
 
-int openCreate(const char* path, int mode) {
-  int fd;
-  do fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-  while (fd < 0 && errno == EINTR);
-  return fd;
-}
-
-int openRewrite(const char* path, int mode) {
-  int fd;
-  do fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, mode);
-  while (fd < 0 && errno == EINTR);
-  return fd;
-}
+int openWrite(const char* path) { return openRetrying(path, O_WRONLY | O_CREAT | O_TRUNC, 0666); }
+int openCreate(const char* path, int mode) { return openRetrying(path, O_WRONLY | O_CREAT | O_TRUNC, mode); }
+int openRewrite(const char* path, int mode) { return openRetrying(path, O_WRONLY | O_CREAT, mode); }
 
 bool truncateTo(int fd, int64_t size) {
   struct stat st;

@@ -22,24 +22,19 @@
 
 namespace vora::simd {
 
-// The index of the lowest set bit of a nonzero mask (the first lane a comparison picked).
-inline int lowestBit(unsigned mask) {
+// The index of the lowest set bit of a nonzero mask of 32 or 64 bits (the first lane a comparison
+// picked, the first position a bit mask marks).
+template <typename Mask>
+inline int lowestBit(Mask mask) {
+  static_assert(sizeof(Mask) == 4 || sizeof(Mask) == 8, "masks of 32 or 64 bits");
 #if defined(_MSC_VER)
   unsigned long i;
-  _BitScanForward(&i, mask);
+  if constexpr (sizeof(Mask) == 8) _BitScanForward64(&i, mask);
+  else _BitScanForward(&i, mask);
   return int(i);
 #else
-  return __builtin_ctz(mask);
-#endif
-}
-
-inline int lowestBit64(uint64_t mask) {
-#if defined(_MSC_VER)
-  unsigned long i;
-  _BitScanForward64(&i, mask);
-  return int(i);
-#else
-  return __builtin_ctzll(mask);
+  if constexpr (sizeof(Mask) == 8) return __builtin_ctzll(mask);
+  else return __builtin_ctz(mask);
 #endif
 }
 
