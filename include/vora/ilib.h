@@ -166,13 +166,17 @@ typedef struct ILpackdesc {
   uint32_t rows;
   uint32_t bytes;     /* bytes per element in the file: 1, 2 or 4 */
   uint32_t mask;      /* present slots, bit 0 to bit 3 */
-  uint32_t options;   /* 1: decoders leave the alpha slot untouched ("QRL") */
+  uint32_t options;   /* 1: decoders leave the alpha slot untouched ("QRL"); IL_UNPACK_STREAM */
   uint32_t epp;       /* element slots per pixel in the caller's buffer */
   uint32_t pitch;     /* pixels from one row's start to the next; 0 means width */
   uint32_t byteelems; /* nonzero: elements in memory are single bytes whatever bytes says */
   uint32_t packed;    /* decoders: bytes of packed input */
   unsigned char** lookups; /* four per-slot 256-entry tables or null (1-byte elements only) */
 } ILpackdesc;
+
+/* ILpackdesc options: the pixels go to a picture too large for the caches that is not read back
+ * at once (a whole-image load), and may be stored past the caches. */
+#define IL_UNPACK_STREAM 2
 
 /* Raw size of a block: set bits of mask x width x bytes x rows. */
 VORA_API uint32_t ILrawsize(const ILpackdesc* d);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "foundation/byteorder.h"
+#include "foundation/bytes_buffer.h"
 #include "ilib/il_compressors.h"
 #include "ilib/il_handle.h"
 
@@ -17,7 +18,7 @@ struct ReadState {
   struct Tile {
     uint32_t x0, y0, x1, y1;
     bool depth;
-    std::vector<unsigned char> packed;
+    vora::ByteBuffer packed;  // filled by the read right after each resize
   };
   bool entered = false;    // inside the TBMP group
   bool exhausted = false;  // no further tile in the file
@@ -111,13 +112,15 @@ bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err) {
   return true;
 }
 
-// Decodes a tile into dest (its first row, rows pitch pixels apart).
-int decodeTile(Handle* h, const ReadState::Tile& t, unsigned char* dest, uint32_t pitch) {
+// Decodes a tile into dest (its first row, rows pitch pixels apart); options for the decoder
+// (IL_UNPACK_STREAM).
+int decodeTile(Handle* h, const ReadState::Tile& t, unsigned char* dest, uint32_t pitch, uint32_t options = 0) {
   ILpackdesc d{};
   d.width = t.x1 - t.x0 + 1;
   d.rows = t.y1 - t.y0 + 1;
   d.pitch = pitch;
   d.packed = uint32_t(t.packed.size());
+  d.options = options;
   ILunpacker unpack;
   if (t.depth) {
     d.bytes = 4;
@@ -137,6 +140,58 @@ int decodeTile(Handle* h, const ReadState::Tile& t, unsigned char* dest, uint32_
   if (unpack(&d, t.packed.data(), dest) == 0) return fail(FL_EOVERRUN);
   return 0;
 }
+
+// What ILloadbm has written of a whole-image buffer, by cells of the tile grid. Missing tiles read
+// as zeros: zeroing, at the end, only the cells no tile reached saves a pass over the whole buffer.
+// The grid is the first tile's size from the origin, as writers lay tiles out; a tile off it, or a
+// grid of too many cells, zeroes everything not yet written at once and stops the tracking. Tiles
+// that leave slots of their pixels unwritten (no channel there) need the whole buffer zeroed first.
+class Coverage {
+ public:
+  Coverage(unsigned char* buf, uint32_t width, uint32_t height, size_t px, bool wholePixels)
+      : buf_(buf), width_(width), height_(height), px_(px) {
+    if (!wholePixels) stopTracking();
+  }
+  void before(const ReadState::Tile& t) {
+    if (!tracking_) return;
+    if (done_.empty()) {  // the first tile sets the grid
+      tw_ = t.x1 - t.x0 + 1, th_ = t.y1 - t.y0 + 1;
+      cols_ = (width_ + tw_ - 1) / tw_, rows_ = (height_ + th_ - 1) / th_;
+      if (uint64_t(cols_) * rows_ > (uint64_t(1) << 20)) return stopTracking();
+      done_.assign(size_t(cols_) * rows_, 0);
+    }
+    if (t.x0 % tw_ || t.y0 % th_ || t.x1 != std::min(t.x0 + tw_, width_) - 1 ||
+        t.y1 != std::min(t.y0 + th_, height_) - 1)
+      stopTracking();
+  }
+  void written(const ReadState::Tile& t) {
+    if (tracking_) done_[size_t(t.y0 / th_) * cols_ + t.x0 / tw_] = 1;
+  }
+  // Zeroes what no tile wrote; also after a failure, so that a refused read leaves whole tiles or
+  // zeros.
+  void finish() {
+    if (tracking_) stopTracking();
+  }
+
+ private:
+  void stopTracking() {
+    tracking_ = false;
+    if (!buf_) return;
+    if (done_.empty()) return (void)memset(buf_, 0, size_t(height_) * width_ * px_);  // nothing written yet
+    for (uint32_t r = 0; r < rows_; ++r)
+      for (uint32_t c = 0; c < cols_; ++c) {
+        if (done_[size_t(r) * cols_ + c]) continue;
+        const uint32_t x0 = c * tw_, x1 = std::min(x0 + tw_, width_), y1 = std::min((r + 1) * th_, height_);
+        for (uint32_t y = r * th_; y < y1; ++y) memset(buf_ + (size_t(y) * width_ + x0) * px_, 0, (x1 - x0) * px_);
+      }
+  }
+  unsigned char* buf_;
+  uint32_t width_, height_;
+  size_t px_;
+  uint32_t tw_ = 0, th_ = 0, cols_ = 0, rows_ = 0;
+  bool tracking_ = true;
+  std::vector<unsigned char> done_;
+};
 
 // Places the rows of a tile that fall in the current band; returns the pixels placed.
 int placeInBand(Handle* h, ReadState& rs, const ReadState::Tile& t, uint64_t* placed) {
@@ -328,22 +383,31 @@ int ILloadbm(ILimage* handle, void* colour, void* depth) {
   ReadState* rs;
   if (int r = beginReading(h, &rs)) return r;
   const uint32_t width = h->hdr.width, height = h->hdr.height;
-  // Missing tiles read as zeros.
-  if (colour) memset(colour, 0, size_t(height) * h->linebytes);
   bool hasDepth = depth && (h->hdr.type & IL_ZBUFFER);
-  if (depth) memset(depth, 0, size_t(width) * height * 4);
+  if (depth && !hasDepth) memset(depth, 0, size_t(width) * height * 4);
+  Coverage colourDone(static_cast<unsigned char*>(colour), width, height, h->pstride,
+                      h->chanmask == (1u << h->bpp) - 1);
+  Coverage depthDone(hasDepth ? static_cast<unsigned char*>(depth) : nullptr, width, height, 4, true);
+  // A picture larger than a processor's last-level cache share is stored past the caches.
+  const uint32_t stream = size_t(height) * h->linebytes > (size_t(16) << 20) ? IL_UNPACK_STREAM : 0;
   auto place = [&](const ReadState::Tile& t) -> int {
     if (t.depth ? !hasDepth : !colour) return 0;
+    Coverage& done = t.depth ? depthDone : colourDone;
+    done.before(t);
     unsigned char* base = static_cast<unsigned char*>(t.depth ? depth : colour);
     size_t px = t.depth ? 4 : h->pstride;
-    return decodeTile(h, t, base + (size_t(t.y0) * width + t.x0) * px, width);
+    if (int r = decodeTile(h, t, base + (size_t(t.y0) * width + t.x0) * px, width, t.depth ? 0 : stream)) return r;
+    done.written(t);
+    return 0;
   };
-  for (const ReadState::Tile& t : rs->pending)
-    if (int r = place(t)) return r;
   int err = 0;
+  for (const ReadState::Tile& t : rs->pending)
+    if ((err = place(t))) break;
   ReadState::Tile t;
-  while (nextTile(h, *rs, t, &err))
-    if (int r = place(t)) return r;
+  while (!err && nextTile(h, *rs, t, &err))
+    err = place(t);
+  colourDone.finish();
+  depthDone.finish();
   if (err) return err;
   h->done = height;
   finishReading(h, *rs);

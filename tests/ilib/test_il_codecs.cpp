@@ -217,19 +217,22 @@ TEST(IlCodecs, RoundTripsEveryCodecWithPitch) {
         }
 }
 
-// Byte elements in every slot go through planes and the vectorised split and join; a lookup
-// table that maps every byte to itself sends the same block through the per-byte path. Both give
-// the same packed bytes and the same pixels, also from damaged packets (the same refusals).
+// Byte elements in every slot go through planes and the vectorised split and join (also with
+// streaming stores); a lookup table that maps every byte to itself sends the same block
+// through the per-byte path. Both give the same packed bytes and the same pixels, also from
+// damaged packets (the same refusals).
 TEST(IlCodecs, RlePlanesEqualThePerBytePath) {
   std::mt19937 rng(9);
   unsigned char identity[256];
   for (int i = 0; i < 256; ++i) identity[i] = uint8_t(i);
   unsigned char* tables[4] = {identity, identity, identity, identity};
   for (uint32_t epp : {2u, 3u, 4u})
-    for (uint32_t w : {1u, 40u, 64u})
-      for (int damage : {0, 1}) {
+    for (uint32_t w : {1u, 40u, 64u, 71u})
+      for (int round = 0; round < 4; ++round) {
+        const int damage = round & 1;
         ILpackdesc fast = desc(w, 23, 1, (1u << epp) - 1, epp), plain = fast;
         fast.pitch = plain.pitch = w + 3;
+        fast.options = round & 2 ? IL_UNPACK_STREAM : 0;
         plain.lookups = tables;
         Bytes src(size_t(w + 3) * 23 * epp);
         for (size_t i = 0; i < src.size(); ++i) src[i] = uint8_t(rng() % 3 ? i / 50 : rng());
