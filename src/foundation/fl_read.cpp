@@ -14,6 +14,7 @@ using Ctx = FLstreamImpl::Ctx;
 namespace {
 
 constexpr size_t kBufSize = 1 << 16;
+constexpr size_t kViewMax = 1 << 20;  // FLgetview: larger reads are copied (FLget)
 constexpr uint32_t kTopAlign = 2;
 
 bool isUnknownSize(uint32_t size) { return size >= 0x80000000u && size <= 0x80000002u; }
@@ -354,6 +355,34 @@ int64_t FLget(FLfile* f, void* buf, size_t n) {
     return -1;
   }
   return got;
+}
+
+const void* FLgetview(FLfile* f, size_t n) {
+  FLstreamImpl* impl = f ? f->impl : nullptr;
+  if (!impl || impl->writing || impl->ctx.empty() || impl->ctx.back().entered) {
+    vora::toFlerrno(FL_ESTATE);
+    return nullptr;
+  }
+  flerrno = 0;
+  const Ctx& c = impl->ctx.back();
+  if (n > kViewMax || (c.end >= 0 && int64_t(n) > c.end - impl->pos)) return nullptr;
+  if (impl->rlen - impl->rpos < n) {  // what is buffered moves to the front; reads fill the rest
+    const size_t want = std::max(kBufSize, 4 * n);  // a few views a fill: little is moved
+    if (impl->rbuf.size() < want) impl->rbuf.resize(want);
+    memmove(impl->rbuf.data(), impl->rbuf.data() + impl->rpos, impl->rlen - impl->rpos);
+    impl->rlen -= impl->rpos, impl->rpos = 0;
+    while (impl->rlen < n && impl->stream) {
+      const long r = impl->stream->read(impl->rbuf.data() + impl->rlen, impl->rbuf.size() - impl->rlen);
+      if (r < 0) impl->readError = true, vora::toFlerrno(FL_EREAD);
+      if (r <= 0) return nullptr;
+      impl->rlen += size_t(r);
+    }
+    if (impl->rlen < n) return nullptr;
+  }
+  const uint8_t* p = impl->rbuf.data() + impl->rpos;
+  impl->rpos += n;
+  impl->pos += int64_t(n);
+  return p;
 }
 
 uint32_t FLgetleft(FLfile* f) {

@@ -19,6 +19,9 @@ struct ReadState {
     uint32_t x0, y0, x1, y1;
     bool depth;
     vora::ByteBuffer packed;  // filled by the read right after each resize
+    const unsigned char* data = nullptr;  // the packed bytes: packed's, or the stream's (a view)
+    uint32_t size = 0;
+    bool viewed = false;  // data is in the stream's buffer and the chunk is still entered
   };
   bool entered = false;    // inside the TBMP group
   bool exhausted = false;  // no further tile in the file
@@ -58,7 +61,9 @@ int enterPixels(Handle* h, ReadState& rs) {
 }
 
 // Reads the next RGBA or ZBUF chunk of the TBMP group; false at its end (or on error, *err set).
-bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err) {
+// With view, the packed bytes may stay in the stream's buffer (viewed): the caller decodes them
+// and then ends the chunk, as ending it may read past them into that buffer.
+bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err, bool view = false) {
   *err = 0;
   if (!rs.entered || rs.exhausted) return false;
   FLid id;
@@ -95,7 +100,10 @@ bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err) {
   }
   // What the chunk holds (checked against the file); on a pipe, grow only as data arrives.
   uint32_t n = FLgetleft(I(h));
+  t.size = n;
   t.packed.clear();
+  if (view && (t.data = static_cast<const unsigned char*>(FLgetview(I(h), n)))) return t.viewed = true;
+  t.viewed = false;
   while (t.packed.size() < n) {
     size_t at = t.packed.size();
     size_t step = std::min<size_t>(n - at, size_t(1) << 22);
@@ -105,6 +113,7 @@ bool nextTile(Handle* h, ReadState& rs, ReadState::Tile& t, int* err) {
       return false;
     }
   }
+  t.data = t.packed.data();
   if (FLendget(I(h)) != 0) {
     *err = fail(IL_EDAMAGED);
     return false;
@@ -119,7 +128,7 @@ int decodeTile(Handle* h, const ReadState::Tile& t, unsigned char* dest, uint32_
   d.width = t.x1 - t.x0 + 1;
   d.rows = t.y1 - t.y0 + 1;
   d.pitch = pitch;
-  d.packed = uint32_t(t.packed.size());
+  d.packed = t.size;
   d.options = options;
   ILunpacker unpack;
   if (t.depth) {
@@ -137,7 +146,7 @@ int decodeTile(Handle* h, const ReadState::Tile& t, unsigned char* dest, uint32_
     d.lookups = h->lookups;
     if (d.mask == 0) return 0;
   }
-  if (unpack(&d, t.packed.data(), dest) == 0) return fail(FL_EOVERRUN);
+  if (unpack(&d, t.data, dest) == 0) return fail(FL_EOVERRUN);
   return 0;
 }
 
@@ -404,8 +413,10 @@ int ILloadbm(ILimage* handle, void* colour, void* depth) {
   for (const ReadState::Tile& t : rs->pending)
     if ((err = place(t))) break;
   ReadState::Tile t;
-  while (!err && nextTile(h, *rs, t, &err))
+  while (!err && nextTile(h, *rs, t, &err, true)) {
     err = place(t);
+    if (!err && t.viewed && FLendget(I(h)) != 0) err = fail(IL_EDAMAGED);
+  }
   colourDone.finish();
   depthDone.finish();
   if (err) return err;

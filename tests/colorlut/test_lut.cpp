@@ -102,15 +102,12 @@ TEST(Lut, LinToLogPreTransform) {
   EXPECT_TRUE(t.PreTransform(TscLutColor(0.0f, 0.9f, 9.0f, 1.0f), o));
   float floor = (std::log10(1.17549435e-38f / 0.9f) * 300.0f + 685.0f) / 1023.0f;
   EXPECT_FLOAT_EQ(o.red, floor);
-  EXPECT_NEAR(o.red, -10.44, 0.01);
   EXPECT_FLOAT_EQ(o.green, 685.0f / 1023.0f);
   EXPECT_FLOAT_EQ(o.blue, 985.0f / 1023.0f);  // a decade up: 300 code values
   EXPECT_EQ(o.fourth, 5.0f);
   t.PreTransform(TscLutColor(-1.0f, 0, 0), o);
   EXPECT_FLOAT_EQ(o.red, floor);
-  TscLutLin2LogPreTransform guarded(0, 0, 0), v(0.7f, 500, 0.18f), w;
+  TscLutLin2LogPreTransform guarded(0, 0, 0);
   EXPECT_EQ(std::vector<float>({guarded.filmGamma(), guarded.refCode(), guarded.refLinear()}),
             std::vector<float>({0.1f, 1.0f, 0.1f}));
-  w = v;
-  EXPECT_FLOAT_EQ(w.refCode(), 500.0f);
 }

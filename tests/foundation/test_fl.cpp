@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <vora/foundation/fl.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -96,4 +97,37 @@ TEST(FL, FailuresLeaveRecordsUsable) {
   EXPECT_EQ(FLopen("/tmp", "r"), nullptr);  // a directory
   EXPECT_EQ(FLopen("pipe:no-such-command-here", "r"), nullptr);
   EXPECT_EQ(flerrno, FL_ENOCMD);
+}
+
+// Views of chunk bytes in the stream's buffer, from a file and a pipe: the right bytes across
+// buffer refills, null past the chunk's end or over 1 MiB, and FLget reads on where they stop.
+TEST(FL, ViewsOfChunkBytes) {
+  vt::TempDir d;
+  Bytes big(3 << 20);
+  for (size_t i = 0; i < big.size(); ++i) big[i] = uint8_t(i * 7 + i / 251);
+  vt::writeFile(d.path("v.iff"), vt::cat({vt::chunk("BIG ", big), vt::chunk("TAIL", {1, 2, 3})}));
+  for (const std::string& name : {d.path("v.iff"), "pipe:cat '" + d.path("v.iff") + "'"}) {
+    FLfile* f = FLopen(name.c_str(), "r");
+    FLid id;
+    uint32_t size;
+    ASSERT_EQ(FLbgnget(f, &id, &size), 0);
+    size_t at = 0;
+    for (size_t n : {size_t(5), size_t(65531), size_t(70000), size_t(1) << 20, size_t(3)}) {
+      const auto* p = static_cast<const uint8_t*>(FLgetview(f, n));
+      ASSERT_NE(p, nullptr) << name << " " << n;
+      EXPECT_TRUE(std::equal(p, p + n, big.begin() + long(at))) << name << " " << n;
+      at += n;
+    }
+    EXPECT_EQ(FLgetview(f, (1 << 20) + 1), nullptr);
+    Bytes rest(big.size() - at - 10);
+    EXPECT_EQ(FLget(f, rest.data(), rest.size()), int64_t(rest.size()));
+    EXPECT_TRUE(std::equal(rest.begin(), rest.end(), big.begin() + long(at))) << name;
+    EXPECT_EQ(FLgetview(f, 11), nullptr);  // past the chunk's end
+    const auto* last = static_cast<const uint8_t*>(FLgetview(f, 10));
+    EXPECT_TRUE(last && std::equal(last, last + 10, big.end() - 10)) << name;
+    ASSERT_EQ(FLendget(f) | FLbgnget(f, &id, &size), 0);
+    const auto* tail = static_cast<const uint8_t*>(FLgetview(f, 3));
+    EXPECT_EQ(vt::hex(Bytes(tail, tail + 3)), "010203");
+    FLclose(f);
+  }
 }

@@ -6,7 +6,6 @@
 
 #include <cfloat>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <random>
 #include <string>

@@ -171,7 +171,6 @@ TEST(IlCodecs, RotationsAreDeliberatelyAsymmetricForFourByteElements) {
   EXPECT_EQ(p3[0], 1);
 }
 
-
 // Round trips of every codec, 8 and 16 bits, several masks, with a row pitch wider than the block.
 TEST(IlCodecs, RoundTripsEveryCodecWithPitch) {
   std::mt19937 rng(3);

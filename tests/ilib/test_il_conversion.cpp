@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <vora/ilib.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "support/test_support.h"
@@ -18,13 +16,6 @@ Bytes ppm(int w, int h) {
   vt::text(b, "P6\n" + std::to_string(w) + " " + std::to_string(h) + "\n255\n");
   b.resize(b.size() + size_t(w * h * 3), 0x7f);
   return b;
-}
-
-std::string slurp(const std::string& path) {
-  std::ifstream f(path);
-  std::stringstream s;
-  s << f.rdbuf();
-  return s.str();
 }
 
 // Puts a converter named rastx (our test program) first on PATH, logging its calls.
@@ -109,7 +100,7 @@ TEST_F(Conversion, DefaultConverterCommands) {
       EXPECT_TRUE(img->flags & FL_PIPE);
     }
     ILclose(img);
-    EXPECT_EQ(slurp(rastx.log), c.log) << c.file;
+    EXPECT_EQ(vt::readText(rastx.log), c.log) << c.file;
   }
 }
 
@@ -155,7 +146,7 @@ TEST_F(Conversion, IlocvtFromTheEnvironmentAndConfigBits) {
     ILimage* img = ILopen(p.c_str(), "w");
     ILputheader(img);
     ASSERT_EQ(ILclose(img), 0);
-    std::string all = slurp(p);
+    std::string all = vt::readText(p);
     EXPECT_EQ(all.substr(8, 4), "CIMG");
     std::string auth = all.substr(all.find("AUTH") + 8, 6);
     for (char c : auth) EXPECT_FALSE(islower(c)) << auth;  // the converter upper-cased the text

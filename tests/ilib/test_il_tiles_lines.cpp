@@ -118,7 +118,6 @@ Bytes toTopRgb(const Bytes& bgra, int w, int h, int bytes, int channels) {
   return out;
 }
 
-
 // The rectangles of the RGBA chunks of a file, in file order, each with its data size.
 std::vector<std::vector<int>> tileRects(const std::string& path) {
   std::vector<std::vector<int>> rects;

@@ -4,7 +4,6 @@
 #include <vora/ilib.h>
 
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <random>
 #include <string>

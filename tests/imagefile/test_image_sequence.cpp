@@ -97,9 +97,6 @@ TEST(ImageSequence, EqualScoresFirstWins) {
     TimageSequence s;
     ASSERT_TRUE(TimageSequence::initializeToBestMatch("shot.0012.iff", s, 0)) << old;
     EXPECT_EQ(s.atFrame(3), Tstring("./shot.0003.iff")) << old;
-    Formats g({"name.####.ext", "name.####.ext"});
-    TimageSequence t;
-    EXPECT_TRUE(TimageSequence::initializeToBestMatch("shot.0012.iff", t, 0));
   }
   // A tie between two different formats that both bind: the earlier one is kept.
   Algorithm regex(false);
@@ -150,9 +147,6 @@ TEST(ImageSequence, NamesOfOtherFrames) {
   EXPECT_EQ(t.atFrame(1), Tstring("r/shot.0101.iff"));
   EXPECT_FALSE(binds((digits + ".iff").c_str(), "name.####.ext"));
 }
-
-
-
 
 TEST(ImageSequence, FrameInfoGivesThePattern) {
   for (bool old : {false, true}) {

@@ -42,7 +42,6 @@ Bytes topFirst(const std::string& path, int* w = nullptr, int* h = nullptr, int*
   return out;
 }
 
-
 // Writes a picture of w x h x z values (bottom row first, channel-interleaved rows) with putrow.
 std::vector<unsigned short> pattern(int w, int h, int z, int bpc, uint32_t seed) {
   std::mt19937 rng(seed);

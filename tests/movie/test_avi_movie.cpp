@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <vora/movie.h>
 
-#include <cmath>
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -98,12 +97,6 @@ Bytes expected(const Bytes& px, unsigned w, unsigned h, unsigned bits) {
   return top;
 }
 
-double psnr(const Bytes& a, const Bytes& b) {
-  double e = 0;
-  for (size_t i = 0; i < a.size(); ++i) e += (double(a[i]) - b[i]) * (double(a[i]) - b[i]);
-  return e == 0 ? 99 : 10 * std::log10(255.0 * 255.0 * a.size() / e);
-}
-
 }  // namespace
 
 TEST(AviMovie, PeersReadEveryCompressorAndBitCount) {
@@ -147,7 +140,7 @@ TEST(AviMovie, PeersReadEveryCompressorAndBitCount) {
       Bytes rgb = decoded(path, "bgr24");
       Bytes want = expected(last, c.w, c.h, 24);
       ASSERT_EQ(rgb.size(), c.frames * want.size());
-      EXPECT_GE(psnr(want, Bytes(rgb.begin() + long((c.frames - 1) * want.size()), rgb.end())), c.minPsnr);
+      EXPECT_GE(vt::psnr(want, Bytes(rgb.begin() + long((c.frames - 1) * want.size()), rgb.end()), 255.0), c.minPsnr);
     }
   }
 }

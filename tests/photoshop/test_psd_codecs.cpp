@@ -63,8 +63,6 @@ TEST(PsdCodecs, PackBitsBytes) {
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(d.getChannelPixPtr(RED)), 5), "abzzz");
 }
 
-// A 16-bit channel compressed with method 3 does not decode back to its samples; an
-// 8-bit channel with method 3 decodes exactly.
 // The block decoder gives the plain decoder's bytes and answer on rows packed from noise, ramps
 // and flat runs, on random bytes (packets that lie about their lengths), on rows cut short, and
 // on rows that hold more or less than the width.

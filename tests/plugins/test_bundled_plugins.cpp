@@ -144,10 +144,7 @@ int largest(const Rgba& a, const Rgba& b) {
 
 // Peak signal to noise of a lossy copy, in dB (0 when the sizes differ).
 double psnr(const Rgba& a, const Rgba& b) {
-  if (a.w != b.w || a.h != b.h || a.w == 0) return 0;
-  double e = 0;
-  for (size_t i = 0; i < a.px.size(); ++i) e += (double(a.px[i]) - b.px[i]) * (double(a.px[i]) - b.px[i]);
-  return e == 0 ? 99 : 10 * std::log10(65535.0 * 65535.0 * double(a.px.size()) / e);
+  return a.w != b.w || a.h != b.h || a.w == 0 ? 0 : vt::psnr(a.px, b.px, 65535.0);
 }
 
 // A picture of w x h with a gradient and noise; with colours > 0 only that many colours, with

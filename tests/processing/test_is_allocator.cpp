@@ -54,14 +54,6 @@ TEST(IsAllocator, ThresholdPagesAndTheHeap) {
       EXPECT_EQ(mappingAt(b.address), "");
     }
   }
-  TisAllocator::fsUseMalloc = true;  // as VORA_USE_MALLOC set at load does
-  TisBlock big;
-  big.size = 100u << 20;
-  a.allocate(big);
-  EXPECT_EQ(big.size, 100u << 20);
-  EXPECT_NE(big.address, nullptr);
-  a.deallocate(big);
-  TisAllocator::fsUseMalloc = false;
 }
 
 // VORA_USE_MALLOC is read when the library loads: this test runs itself again with it set.

@@ -1,6 +1,7 @@
 // Test helpers: IFF byte builders, temporary files, child-process checks.
 #pragma once
 
+#include <cmath>
 #include <string>
 
 #include "support/bytes.h"
@@ -30,10 +31,22 @@ class TempDir {
 
 void writeFile(const std::string& path, const Bytes& data);
 Bytes readFile(const std::string& path);
+inline std::string readText(const std::string& path) {
+  const Bytes b = readFile(path);
+  return std::string(b.begin(), b.end());
+}
 std::string hex(const Bytes& b);
 template <class Allocator>  // buffers of other allocators (the library's sample buffers)
 std::string hex(const std::vector<uint8_t, Allocator>& b) {
   return hex(Bytes(b.begin(), b.end()));
+}
+
+// Peak signal-to-noise ratio of two sample vectors of one size, in dB (99 when equal).
+template <class V>
+double psnr(const V& a, const V& b, double peak) {
+  double e = 0;
+  for (size_t i = 0; i < a.size(); ++i) e += (double(a[i]) - b[i]) * (double(a[i]) - b[i]);
+  return e == 0 ? 99 : 10 * std::log10(peak * peak * double(a.size()) / e);
 }
 
 // SHA-256 of the bytes, as hex (through sha256sum).

@@ -2,7 +2,6 @@
 //   plugin_driver scan N     N full scans, then the table rows and the registered formats
 //   plugin_driver threads    8 threads call loadImfPlugins at once
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>

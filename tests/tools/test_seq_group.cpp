@@ -3,7 +3,6 @@
 // negative frames and digits in the names themselves.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>

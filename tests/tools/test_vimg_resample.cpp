@@ -19,12 +19,6 @@ vt::Bytes rgb(const std::string& path) {
   return b;
 }
 
-double psnr(const vt::Bytes& a, const vt::Bytes& b) {
-  double se = 0;
-  for (size_t i = 0; i < a.size(); ++i) se += double(a[i] - b[i]) * (a[i] - b[i]);
-  return se == 0 ? 99 : 10 * std::log10(255.0 * 255.0 * a.size() / se);
-}
-
 }  // namespace
 
 TEST(VimgResize, AgreesWithImageMagickAndVips) {
@@ -72,7 +66,7 @@ TEST(VimgResize, AgreesWithImageMagickAndVips) {
     ASSERT_EQ(vimg("resize " + src + " " + out + " --size 100x75 --filter " + filter), 0);
     ours = rgb(out);
     ASSERT_EQ(ours.size(), theirs.size());
-    EXPECT_GT(psnr(ours, theirs), 40) << filter;
+    EXPECT_GT(vt::psnr(ours, theirs, 255.0), 40) << filter;
   }
 }
 

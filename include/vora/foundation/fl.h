@@ -156,6 +156,11 @@ VORA_API int FLunget(FLfile* f);
  * end of data) or -1 with flerrno. */
 VORA_API int64_t FLget(FLfile* f, void* buf, size_t n);
 VORA_API uint32_t FLgetleft(FLfile* f); /* bytes of the current chunk not yet read */
+/* The next n bytes of the current chunk, read as FLget reads them but left in the stream's own
+ * buffer: the pointer holds until the next call on the stream. Null (flerrno 0) when n is over
+ * 1 MiB or past the chunk's end, or when the data ends first (FL_EREAD on a read error); FLget
+ * still reads what is there. */
+VORA_API const void* FLgetview(FLfile* f, size_t n);
 /* Skips the rest of the current chunk (or unentered group) and its padding. */
 VORA_API int FLendget(FLfile* f);
 /* After FLbgnget met a group: reads its type word and makes it the open group. */
