@@ -1,5 +1,6 @@
 // Writing pixels: tiles (ILwritetile, ILendtile), lines collected into bands of tile
 // height and cut into tiles (ILbgnline, ILendline, ILwriteline), whole images (ILsave).
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -56,6 +57,35 @@ int flushBand(Handle* h) {
   h->inband = 0;
   h->done += n;
   return FLflush(I(h));
+}
+
+// True when the tiles can be packed straight from the caller's picture: the codec then reads the
+// pixels without rotating them in place (bytes in all four slots, no lookup tables, RLE or none).
+bool packsInPlace(Handle* h) {
+  if (h->state & (IL_ST_LINEMODE | IL_ST_TILEGROUP | IL_ST_FINISHED | IL_ST_PACKED) || pixelSetup(h)) return false;
+  if (h->hdr.bytes != 1 || h->bpp != 4 || h->chanmask != 15) return false;
+  if (h->hdr.compress != IL_RLE && h->hdr.compress != IL_NONE) return false;
+  for (int k = 0; h->lookups && k < 4; ++k)
+    if (h->lookups[k] && h->lookups[k] != ildeflut) return false;
+  return true;
+}
+
+// A whole picture, bottom row first, as the line path would send it: bands of the tile height,
+// tiles left to right, each packed from the caller's rows (pitch pixels apart) without a copy.
+int saveTiles(Handle* h, const unsigned char* colour, const unsigned char* depth, uint32_t pitch) {
+  const uint32_t width = h->hdr.width, height = h->hdr.height;
+  for (uint32_t y = 0; y < height; y += h->theight) {
+    const uint32_t y1 = std::min(y + h->theight, height) - 1;
+    for (uint32_t x = 0; x < width; x += h->twidth) {
+      const uint32_t rect[4] = {x, y, std::min(x + h->twidth, width) - 1, y1};
+      const size_t at = size_t(y) * pitch + x;
+      int r = ILwritetile(I(h), const_cast<unsigned char*>(colour + at * 4),
+                         depth ? const_cast<unsigned char*>(depth + at * 4) : nullptr, rect, int(pitch));
+      if (r) return r;
+    }
+    if (int r = FLflush(I(h))) return fail(r);
+  }
+  return ILendtile(I(h));
 }
 
 }  // namespace
@@ -210,6 +240,7 @@ int ILsave(ILimage* handle, const void* colour, const void* depth, int pitch) {
   const unsigned char* c = static_cast<const unsigned char*>(colour);
   const unsigned char* z = static_cast<const unsigned char*>(depth);
   bool topDown = h->state & IL_ST_TOPDOWN;
+  if (!topDown && c && packsInPlace(h)) return saveTiles(h, c, z, uint32_t(p));
   for (int i = 0; i < height; ++i) {
     size_t row = topDown ? size_t(height - 1 - i) : size_t(i);
     int r = ILwriteline(handle, c ? c + row * colourStep : nullptr, z ? z + row * depthStep : nullptr);

@@ -14,17 +14,21 @@ uint32_t overrun() {
 
 namespace {
 
-// Rotates n-byte units of every pixel of every row: left (e0 e1 e2 e3 -> e1 e2 e3 e0) or right.
+// Rotates the four bytes of a pixel held as one word, left (e0 e1 e2 e3 -> e1 e2 e3 e0) or right.
+inline uint32_t rotateBytes(uint32_t v, bool right) {
+  return vora::hostLittleEndian() != right ? (v >> 8 | v << 24) : (v << 8 | v >> 24);
+}
+
+// Rotates n-byte units of every pixel of every row: left or right.
 template <size_t N>
 void rotateUnits(const Geometry& g, unsigned char* pixels, bool right) {
   if (N == 1) {  // a pixel as one word rotated by a byte: the loop vectorises
-    const bool byteLeftIsShiftRight = vora::hostLittleEndian() != right;
     for (uint32_t y = 0; y < g.rows; ++y) {
       unsigned char* p = pixels + y * g.rowStride;
       for (uint32_t x = 0; x < g.width; ++x, p += 4) {
         uint32_t v;
         memcpy(&v, p, 4);
-        v = byteLeftIsShiftRight ? (v >> 8 | v << 24) : (v << 8 | v >> 24);
+        v = rotateBytes(v, right);
         memcpy(p, &v, 4);
       }
     }
@@ -59,6 +63,14 @@ void rotateBytesInElements(const Geometry& g, unsigned char* pixels) {
   }
 }
 
+// Byte elements in every slot, without lookup tables: raw rows are the pixel rows, rotated.
+bool rowsAsHeld(const ILpackdesc* d, const Geometry& g) {
+  if (g.fileBytes != 1 || g.memBytes != 1 || g.nslots != g.epp) return false;
+  for (uint32_t k = 0; k < g.nslots; ++k)
+    if (lut(d, g.slots[k]) != ildeflut) return false;
+  return true;
+}
+
 // One element value of plane p (most significant first) read from memory.
 inline unsigned char planeByte(const unsigned char* e, uint32_t plane, uint32_t n) {
   return e[planeOffset(plane, n)];
@@ -90,9 +102,25 @@ void ConvertABGRtoBGRA(const ILpackdesc* d, unsigned char* pixels) {
 
 uint32_t ILpack(ILpackdesc* d, unsigned char* pixels, unsigned char* out) {
   if (!usable(d)) return 0;
-  ConvertBGRAtoABGR(d, pixels);
   Geometry g = geometry(d);
   unsigned char* o = out;
+  if (rowsAsHeld(d, g)) {  // rows as memory holds them after the rotation, rotated while copied
+    for (uint32_t y = 0; y < g.rows; ++y) {
+      const unsigned char* p = pixels + y * g.rowStride;
+      if (g.epp != 4) {
+        memcpy(o, p, size_t(g.width) * g.epp), o += size_t(g.width) * g.epp;
+        continue;
+      }
+      for (uint32_t x = 0; x < g.width; ++x, p += 4, o += 4) {
+        uint32_t v;
+        memcpy(&v, p, 4);
+        v = rotateBytes(v, true);
+        memcpy(o, &v, 4);
+      }
+    }
+    return uint32_t(o - out);
+  }
+  ConvertBGRAtoABGR(d, pixels);
   for (uint32_t y = 0; y < g.rows; ++y) {
     const unsigned char* p = pixels + y * g.rowStride;
     for (uint32_t x = 0; x < g.width; ++x, p += g.pixelStride) {
@@ -118,9 +146,7 @@ uint32_t ILunpack(ILpackdesc* d, const unsigned char* in, unsigned char* pixels)
   Geometry g = geometry(d);
   if (d->packed < ILrawsize(d)) return overrun();
   const unsigned char* q = in;
-  bool tables = false;
-  for (uint32_t k = 0; k < g.nslots; ++k) tables |= lut(d, g.slots[k]) != ildeflut;
-  if (g.fileBytes == 1 && g.nslots == g.epp && !tables) {  // rows stored as memory holds them before the rotation
+  if (rowsAsHeld(d, g)) {  // rows stored as memory holds them before the rotation
     for (uint32_t y = 0; y < g.rows; ++y, q += size_t(g.width) * g.epp) memcpy(pixels + y * g.rowStride, q, size_t(g.width) * g.epp);
     ConvertABGRtoBGRA(d, pixels);
     return filledBytes(g);
