@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/bytes_buffer.h"
 #include "foundation/fl_stream.h"
 
 struct FLstreamImpl {
@@ -36,8 +37,9 @@ struct FLstreamImpl {
   FLparsestate ps{};
   FLid lastid = 0;
 
-  // writing: wbuf holds the bytes from stream offset wbase on, not yet sent
-  std::vector<uint8_t> wbuf;
+  // writing: wbuf holds the bytes from stream offset wbase on, not yet sent; bytes reserved by
+  // FLbgnwbchunk are not zeroed (the caller writes those it keeps)
+  vora::ByteBuffer wbuf;
   int64_t wbase = 0;
 
   std::vector<Ctx> ctx;

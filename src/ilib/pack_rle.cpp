@@ -66,45 +66,39 @@ using vora::simd::lowestBit;
 inline __m128i load16(const unsigned char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 #endif
 
-// The first j in [from, to) where a[j], a[j + 1] and a[j + 2] are equal (all inside a[0, to + 2)),
-// or to.
-size_t nextTriple(const unsigned char* a, size_t from, size_t to) {
-  size_t j = from;
-#if VORA_SSE2
-  for (; j + 16 <= to; j += 16) {
-    const __m128i x = load16(a + j), y = load16(a + j + 1), z = load16(a + j + 2);
-    const unsigned m = unsigned(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(x, y), _mm_cmpeq_epi8(y, z))));
-    if (m) return j + size_t(lowestBit(m));
+// The first position in [p, limit) whose bit is set in m (clear, with Clear), or limit.
+template <bool Clear>
+size_t firstBit(const uint64_t* m, size_t p, size_t limit) {
+  if (p >= limit) return limit;
+  size_t w = p >> 6;
+  uint64_t bits = (Clear ? ~m[w] : m[w]) & (~uint64_t(0) << (p & 63));
+  while (!bits) {
+    if (++w * 64 >= limit) return limit;
+    bits = Clear ? ~m[w] : m[w];
   }
-#endif
-  for (; j < to; ++j)
-    if (a[j] == a[j + 1] && a[j + 1] == a[j + 2]) return j;
-  return to;
-}
-
-// Where the run of a[j] that begins at j ends, at most at limit.
-size_t runEnd(const unsigned char* a, size_t j, size_t limit) {
-  size_t k = j + 1;
-#if VORA_SSE2
-  const __m128i v = _mm_set1_epi8(char(a[j]));
-  for (; k + 16 <= limit; k += 16) {
-    const unsigned m = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(load16(a + k), v))) ^ 0xFFFFu;
-    if (m) return k + size_t(lowestBit(m));
-  }
-#endif
-  while (k < limit && a[k] == a[j]) ++k;
-  return k;
+  return std::min(limit, w * 64 + size_t(lowestBit(bits)));
 }
 
 }  // namespace
 
 // The plain encoder's packets found by position: at a literal's start two equal bytes begin a
 // run; inside a literal the first three equal bytes that end within its 128 begin one; a run
-// takes up to 128 bytes. Runs of three and literals are found 16 bytes at a time: rendered
-// pictures are mostly literals.
+// takes up to 128 bytes. The positions come from bit masks of the stream made first (equal
+// neighbours, and starts of three equal bytes), a few bit operations a packet: rendered pictures
+// are a short literal and a short run after another, where scanning for each end left the
+// processor waiting on every step.
 bool encodeBytes(Output& o, const unsigned char* a, size_t n) {
+  const size_t words = (n + 63) / 64;
+  thread_local std::vector<uint64_t> masks;
+  masks.resize(2 * words + 4);
+  uint64_t* const eq = masks.data();
+  uint64_t* const triple = eq + words + 2;
+  vora::simd::equalNextBits(a, int64_t(n), eq);
+  for (size_t w = 0; w <= words; ++w) triple[w] = eq[w] & (eq[w] >> 1 | eq[w + 1] << 63);
+  triple[words + 1] = 0;
   auto run = [&](size_t from) {
-    const size_t end = runEnd(a, from, std::min(n, from + 128));
+    const size_t limit = std::min(n, from + 128);
+    const size_t end = std::min(firstBit<true>(eq, from, limit) + 1, limit);
     if (!o.room(2)) return size_t(0);
     o.byte(uint8_t((end - from - 1) | 0x80));
     o.byte(a[from]);
@@ -118,12 +112,12 @@ bool encodeBytes(Output& o, const unsigned char* a, size_t n) {
   };
   size_t i = 0;
   while (i < n) {
-    if (i + 1 < n && a[i + 1] == a[i]) {
+    if (eq[i >> 6] >> (i & 63) & 1) {
       if (!(i = run(i))) return false;
       continue;
     }
     const size_t last = std::min(i + 127, n - 1);  // the third byte of a run found inside
-    const size_t j = last >= i + 3 ? nextTriple(a, i + 1, last - 1) : last;
+    const size_t j = last >= i + 3 ? firstBit<false>(triple, i + 1, last - 1) : last;
     if (j + 2 <= last) {
       if (!literal(i, j - i) || !(i = run(j))) return false;
       continue;

@@ -180,19 +180,7 @@ int compactBytes(const uint8_t* in, unsigned char* rlebuf, int cnt) {
   eqs.resize(size_t(words) + 2);
   marks.resize(2 * (size_t(cnt) / 3 + 2));
   uint64_t* eq = eqs.data();
-  for (int w = 0; w <= words + 1; ++w) eq[w] = 0;  // and clear words past the row
-  int k = 0;
-#if VORA_SSE2
-  auto equalNext16 = [in](int at) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at)),
-                  b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at + 1));
-    return uint64_t(unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b))));
-  };
-  for (; k + 65 <= cnt; k += 64)
-    eq[k >> 6] = equalNext16(k) | equalNext16(k + 16) << 16 | equalNext16(k + 32) << 32 | equalNext16(k + 48) << 48;
-  for (; k + 17 <= cnt; k += 16) eq[k >> 6] |= equalNext16(k) << (k & 63);
-#endif
-  for (; k + 1 < cnt; ++k) eq[k >> 6] |= uint64_t(in[k] == in[k + 1]) << (k & 63);
+  vora::simd::equalNextBits(in, cnt, eq);
   // Each block of starts: its first bit (the run's first value) and its last (two before its
   // last value), in position order.
   int32_t* firsts = marks.data();

@@ -38,4 +38,23 @@ inline int lowestBit(Mask mask) {
 #endif
 }
 
+// Bit k of eq[k / 64] set when in[k] == in[k + 1], for k + 1 < n; the words of eq up to
+// (n + 63) / 64 + 2 are written, those past the data clear (run-length packers scan them as masks).
+inline void equalNextBits(const uint8_t* in, int64_t n, uint64_t* eq) {
+  const int64_t words = (n + 63) / 64;
+  for (int64_t w = 0; w < words + 2; ++w) eq[w] = 0;
+  int64_t k = 0;
+#if VORA_SSE2
+  auto equalNext16 = [in](int64_t at) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at)),
+                  b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + at + 1));
+    return uint64_t(unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b))));
+  };
+  for (; k + 65 <= n; k += 64)
+    eq[k >> 6] = equalNext16(k) | equalNext16(k + 16) << 16 | equalNext16(k + 32) << 32 | equalNext16(k + 48) << 48;
+  for (; k + 17 <= n; k += 16) eq[k >> 6] |= equalNext16(k) << (k & 63);
+#endif
+  for (; k + 1 < n; ++k) eq[k >> 6] |= uint64_t(in[k] == in[k + 1]) << (k & 63);
+}
+
 }  // namespace vora::simd
