@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <vora/export.h>
+#include <vora/foundation/kt.h>
 
 namespace ktPhotoshop {
 
@@ -31,8 +32,7 @@ VORA_API void psdReleaseSamples(void* p, size_t bytes);
 // The allocator of sample buffers: new elements are left uninitialised (a resize without a zero
 // fill), as the decoders write every sample or fill what they do not reach themselves.
 template <typename T>
-struct TuninitAllocator : std::allocator<T> {
-  using value_type = T;
+struct TuninitAllocator : kt::NoFillAllocator<T> {
   T* allocate(size_t n) { return static_cast<T*>(psdAllocateSamples(n * sizeof(T))); }
   void deallocate(T* p, size_t n) noexcept { psdReleaseSamples(p, n * sizeof(T)); }
   template <typename U>
@@ -42,12 +42,6 @@ struct TuninitAllocator : std::allocator<T> {
   TuninitAllocator() = default;
   template <typename U>
   TuninitAllocator(const TuninitAllocator<U>&) noexcept {}
-  template <typename U>
-  void construct(U*) noexcept {}  // default-initialisation: nothing for bytes
-  template <typename U, typename... A>
-  void construct(U* p, A&&... a) {
-    ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
-  }
 };
 using TsampleBuffer = std::vector<uint8_t, TuninitAllocator<uint8_t>>;
 

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "foundation/bytes_buffer.h"
+#include <vora/foundation/kt.h>
+
 #include "foundation/fl_stream.h"
 
 struct FLstreamImpl {
@@ -39,7 +40,7 @@ struct FLstreamImpl {
 
   // writing: wbuf holds the bytes from stream offset wbase on, not yet sent; bytes reserved by
   // FLbgnwbchunk are not zeroed (the caller writes those it keeps)
-  vora::ByteBuffer wbuf;
+  kt::ByteBuffer wbuf;
   int64_t wbase = 0;
 
   std::vector<Ctx> ctx;

@@ -6,8 +6,9 @@
 #include <cstring>
 #include <vector>
 
+#include <vora/foundation/kt.h>
+
 #include "foundation/byteorder.h"
-#include "foundation/bytes_buffer.h"
 #include "ilib/il_compressors.h"
 #include "ilib/il_handle.h"
 
@@ -18,7 +19,7 @@ struct ReadState {
   struct Tile {
     uint32_t x0, y0, x1, y1;
     bool depth;
-    vora::ByteBuffer packed;  // filled by the read right after each resize
+    kt::ByteBuffer packed;  // filled by the read right after each resize
     const unsigned char* data = nullptr;  // the packed bytes: packed's, or the stream's (a view)
     uint32_t size = 0;
     bool viewed = false;  // data is in the stream's buffer and the chunk is still entered

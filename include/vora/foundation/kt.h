@@ -2,6 +2,8 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <new>
 #include <set>
 #include <utility>
 #include <vector>
@@ -15,4 +17,27 @@ template <typename T, typename C = std::less<T>>
 using set = std::set<T, C>;
 template <typename T>
 using less = std::less<T>;
+
+// An allocator whose new elements are default-initialised: a byte vector's resize leaves the new
+// bytes as they are, for buffers that are read or decoded into right after they grow.
+template <typename T>
+struct NoFillAllocator : std::allocator<T> {
+  using value_type = T;
+  template <typename U>
+  struct rebind {
+    using other = NoFillAllocator<U>;
+  };
+  NoFillAllocator() = default;
+  template <typename U>
+  NoFillAllocator(const NoFillAllocator<U>&) noexcept {}
+  template <typename U>
+  void construct(U* p) noexcept {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <typename U, typename... A>
+  void construct(U* p, A&&... a) {
+    ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+  }
+};
+using ByteBuffer = std::vector<unsigned char, NoFillAllocator<unsigned char>>;
 }  // namespace kt
