@@ -15,29 +15,14 @@
 #include <vector>
 
 #include <vora/foundation/fl.h>
+#include <vora/foundation/kt.h>
 #include <vora/imf.h>
 
 namespace vplug {
 
-// An allocator that leaves new elements unset: the decoders write every sample of a picture, and
-// zero-filling hundreds of megabytes first cost as much as a fast codec's decoding.
-template <class T>
-struct NoInit : std::allocator<T> {
-  template <class U>
-  struct rebind {
-    using other = NoInit<U>;
-  };
-  using std::allocator<T>::allocator;
-  template <class U>
-  void construct(U* p) noexcept {
-    ::new (static_cast<void*>(p)) U;
-  }
-  template <class U, class... A>
-  void construct(U* p, A&&... a) {
-    ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
-  }
-};
-using Samples = std::vector<uint8_t, NoInit<uint8_t>>;
+// Sample buffers are left unset when they grow: the decoders write every sample of a picture,
+// and zero-filling hundreds of megabytes first cost as much as a fast codec's decoding.
+using Samples = kt::ByteBuffer;
 
 // One frame: samples of colour then matte interleaved per pixel, top line first, colorBits / 8
 // bytes each in machine order; depth as 4-byte samples.
