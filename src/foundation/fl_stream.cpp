@@ -1,6 +1,7 @@
 // Foundation: files, standard I/O, "pipe:" commands and filters.
 #include "foundation/fl_stream.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <thread>
 
@@ -12,21 +13,26 @@ namespace pf = vora::platform;
 
 namespace {
 
+// Files are written over in place (pf::openRewrite) and cut at close to the bytes written: the
+// writers append from the start and patch only what they wrote, so nothing old is left inside.
 class FileStream final : public Stream {
  public:
   FileStream(int fd, bool writing, int64_t size) : fd_(fd), writing_(writing), size_(size) {}
   ~FileStream() override { close(); }
   long read(void* buf, size_t n) override { return pf::readSome(fd_, buf, n); }
-  bool write(const void* buf, size_t n) override { return pf::writeAll(fd_, buf, n); }
+  bool write(const void* buf, size_t n) override { return pf::writeAll(fd_, buf, n) && (end_ += int64_t(n), true); }
   bool seek(int64_t pos) override { return size_ >= 0 && pf::seekTo(fd_, pos); }
   bool writeAt(const void* d, size_t n, int64_t pos) override {
-    return size_ >= 0 && pf::writeAt(fd_, d, n, pos);
+    return size_ >= 0 && pf::writeAt(fd_, d, n, pos) && (end_ = std::max(end_, pos + int64_t(n)), true);
   }
   int64_t size() const override { return writing_ ? -1 : size_; }
   int close() override {
+    if (fd_ < 0) return 0;
+    const bool cut = !writing_ || pf::truncateTo(fd_, end_);
+    if (!cut) setOsError(errno);
     pf::closeFd(fd_);
     fd_ = -1;
-    return 0;
+    return cut ? 0 : FL_EWRITE;
   }
   unsigned kind() const override { return FL_FILE | (size_ >= 0 ? FL_SEEKABLE : 0u); }
 
@@ -34,6 +40,7 @@ class FileStream final : public Stream {
   int fd_;
   bool writing_;
   int64_t size_;  // -1 when not a regular file (a FIFO by name cannot seek)
+  int64_t end_ = 0;  // writing: the end of what was written
 };
 
 class StdioStream final : public Stream {
@@ -156,7 +163,7 @@ bool startCommand(const std::string& command, bool in, bool out, pf::Child& c, i
 }  // namespace
 
 std::unique_ptr<Stream> openFile(const char* path, bool writing, int& err) {
-  int fd = writing ? pf::openWrite(path) : pf::openRead(path);
+  int fd = writing ? pf::openRewrite(path, 0666) : pf::openRead(path);
   if (fd < 0) {
     setOsError(errno);
     err = FL_EOPEN;

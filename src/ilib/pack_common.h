@@ -73,6 +73,14 @@ class Output {
     memcpy(p_, b, n);
     p_ += n;
   }
+  // The same for short runs of bytes: whole 16-byte blocks moved while the output has room for
+  // them and the input at least `readable` bytes (the bytes past n are written over next).
+  void shortBytes(const unsigned char* b, size_t n, size_t readable) {
+    const size_t blocks = (n + 15) & ~size_t(15);
+    if (blocks > readable || !room(blocks)) return bytes(b, n);
+    for (size_t k = 0; k < blocks; k += 16) memcpy(p_ + k, b + k, 16);
+    p_ += n;
+  }
   unsigned char* at() const { return p_; }
 
  private:

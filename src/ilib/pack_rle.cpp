@@ -107,7 +107,7 @@ bool encodeBytes(Output& o, const unsigned char* a, size_t n) {
   auto literal = [&](size_t from, size_t len) {
     if (!o.room(len + 1)) return false;
     o.byte(uint8_t(len - 1));
-    o.bytes(a + from, len);
+    o.shortBytes(a + from, len, n - from);
     return true;
   };
   size_t i = 0;

@@ -14,6 +14,7 @@ using vt::Bytes;
 TEST(FL, WritesGroupsAndChunksWithPaddingByAlignment) {
   vt::TempDir d;
   std::string p = d.path("a.iff");
+  vt::writeFile(p, Bytes(1000, 0xAB));  // an older, longer file: written over, then cut
   FLfile* f = FLopen(p.c_str(), "w");
   ASSERT_NE(f, nullptr);
   EXPECT_TRUE(f->flags & FL_SEEKABLE);
