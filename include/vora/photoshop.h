@@ -29,20 +29,20 @@ enum TCompressionMethod : uint16_t { RAW = 0, RLE = 1, ZIP = 2, ZIP_PREDICTION =
 VORA_API void* psdAllocateSamples(size_t bytes);
 VORA_API void psdReleaseSamples(void* p, size_t bytes);
 
-// The allocator of sample buffers: new elements are left uninitialised (a resize without a zero
-// fill), as the decoders write every sample or fill what they do not reach themselves.
+// The memory of sample buffers; as their allocator, new elements are left uninitialised (a resize
+// without a zero fill), as the decoders write every sample or fill what they do not reach.
 template <typename T>
-struct TuninitAllocator : kt::NoFillAllocator<T> {
+struct TsampleMemory : std::allocator<T> {
+  using value_type = T;
   T* allocate(size_t n) { return static_cast<T*>(psdAllocateSamples(n * sizeof(T))); }
   void deallocate(T* p, size_t n) noexcept { psdReleaseSamples(p, n * sizeof(T)); }
   template <typename U>
-  struct rebind {
-    using other = TuninitAllocator<U>;
+  struct rebind {  // itself, not std::allocator's
+    using other = TsampleMemory<U>;
   };
-  TuninitAllocator() = default;
-  template <typename U>
-  TuninitAllocator(const TuninitAllocator<U>&) noexcept {}
 };
+template <typename T>
+using TuninitAllocator = kt::NoFillAllocator<T, TsampleMemory<T>>;
 using TsampleBuffer = std::vector<uint8_t, TuninitAllocator<uint8_t>>;
 
 // One channel: its compressed bytes as the file holds them and its raw samples (8-bit bytes, or

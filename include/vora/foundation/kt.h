@@ -19,17 +19,18 @@ template <typename T>
 using less = std::less<T>;
 
 // An allocator whose new elements are default-initialised: a byte vector's resize leaves the new
-// bytes as they are, for buffers that are read or decoded into right after they grow.
-template <typename T>
-struct NoFillAllocator : std::allocator<T> {
+// bytes as they are, for buffers that are read or decoded into right after they grow. Memory
+// comes from Base (an allocator template of T), std::allocator unless given.
+template <typename T, typename Base = std::allocator<T>>
+struct NoFillAllocator : Base {
   using value_type = T;
   template <typename U>
   struct rebind {
-    using other = NoFillAllocator<U>;
+    using other = NoFillAllocator<U, typename std::allocator_traits<Base>::template rebind_alloc<U>>;
   };
   NoFillAllocator() = default;
-  template <typename U>
-  NoFillAllocator(const NoFillAllocator<U>&) noexcept {}
+  template <typename U, typename B>
+  NoFillAllocator(const NoFillAllocator<U, B>&) noexcept {}
   template <typename U>
   void construct(U* p) noexcept {
     ::new (static_cast<void*>(p)) U;
