@@ -1,5 +1,6 @@
-// Fuzz target: a whole-image ILload, then line by line top-down, on arbitrary
-// bytes written to a file.
+// Fuzz target: a whole-image ILload (at 16 bits or in the float layout when the input says so),
+// line by line top-down, the float conversion and the depth preview, on arbitrary bytes written
+// to a file.
 #include <unistd.h>
 
 #include <cstdint>
@@ -9,8 +10,8 @@
 #include <vector>
 
 #include "fuzz_file.h"
+#include <vora/iff_image_file.h>
 #include <vora/ilib.h>
-
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   setenv("PATH", "/nonexistent", 1);  // no conversion program: everything stays in-process
@@ -26,7 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int w = 0, h = 0;
     if (ILgetsize(img, &w, &h) == 0 && w > 0 && h > 0 && uint64_t(w) * h <= (1u << 20)) {
       if (size > 40 && (data[40] & 1)) ILsetbpp(img, 2);
-      std::vector<unsigned char> px(size_t(w) * h * 8);
+      if (size > 40 && (data[40] & 2)) ILctrl(img, IL_ST_READ16 | IL_ST_PACKED, 1);
+      std::vector<unsigned char> px(size_t(w) * h * 16);  // up to four 32-bit floats a pixel
       std::vector<float> z(size_t(w) * h);
       if (pass == 0) {
         ILload(img, px.data(), z.data());
@@ -37,6 +39,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       }
     }
     ILclose(img);
+  }
+  TiffImageFile f(fuzz::tempPath().c_str(), "r");
+  int w = 0, h = 0;
+  if (f.getSize(w, h) == 0 && w > 0 && h > 0 && uint64_t(w) * h <= (1u << 20)) {
+    std::vector<unsigned char> px(size_t(w) * h * 4);
+    f.loadFloatToByte(px.data(), nullptr);
+    TpixelMap map;
+    if (f.reopen(fuzz::tempPath().c_str(), "r")) f.readZBuffer(map, w, h);
   }
   return 0;
 }

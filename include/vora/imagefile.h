@@ -1,7 +1,8 @@
-// The image file classes. So far: image sequences.
+// The image file classes: the native image file object (iff_image_file.h) and image sequences.
 #pragma once
 
 #include <vora/export.h>
+#include <vora/iff_image_file.h>
 #include <vora/foundation/tstring.h>
 
 class TimageSequenceImpl;

@@ -20,8 +20,10 @@ class FileStream final : public Stream {
   FileStream(int fd, bool writing, int64_t size) : fd_(fd), writing_(writing), size_(size) {}
   ~FileStream() override { close(); }
   long read(void* buf, size_t n) override { return pf::readSome(fd_, buf, n); }
-  bool write(const void* buf, size_t n) override { return pf::writeAll(fd_, buf, n) && (end_ += int64_t(n), true); }
-  bool seek(int64_t pos) override { return size_ >= 0 && pf::seekTo(fd_, pos); }
+  bool write(const void* buf, size_t n) override {
+    return pf::writeAll(fd_, buf, n) && (pos_ += int64_t(n), end_ = std::max(end_, pos_), true);
+  }
+  bool seek(int64_t pos) override { return size_ >= 0 && pf::seekTo(fd_, pos) && (pos_ = pos, true); }
   bool writeAt(const void* d, size_t n, int64_t pos) override {
     return size_ >= 0 && pf::writeAt(fd_, d, n, pos) && (end_ = std::max(end_, pos + int64_t(n)), true);
   }
@@ -40,7 +42,7 @@ class FileStream final : public Stream {
   int fd_;
   bool writing_;
   int64_t size_;  // -1 when not a regular file (a FIFO by name cannot seek)
-  int64_t end_ = 0;  // writing: the end of what was written
+  int64_t pos_ = 0, end_ = 0;  // writing: where the next write goes, the end of what was written
 };
 
 class StdioStream final : public Stream {

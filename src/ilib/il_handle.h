@@ -50,6 +50,7 @@ struct Handle {
   unsigned char* line;  // reading: a widened line (state 0x80) or a zero depth line
   size_t lineCap;
   struct ReadState* rs;  // reading: tiles met, pending tiles, current band (il_read_tiles.cpp)
+  int64_t hdrpos;        // writing: where ILputheader began (the header is rewritten there)
 };
 
 inline Handle* H(ILimage* i) { return reinterpret_cast<Handle*>(i); }
@@ -94,6 +95,14 @@ int pixelSetup(Handle* h);
 // Whether a read handle's declared image could come from its file (ILcanload).
 bool decodable(Handle* h);
 inline bool sizeInRange(uint32_t w, uint32_t h) { return w >= 1 && w <= IL_MAXSIZE && h >= 1 && h <= IL_MAXSIZE; }
+// Elements of 1 and 2 bytes always; 32-bit (float) elements only read, at their full size, in the
+// packed layout (IL_ST_READ16 | IL_ST_PACKED) and without a zoom: no filler or resampler of this
+// library knows what their bits mean.
+inline bool elementSizeServed(const Handle* h) {
+  if (h->hdr.bytes == 1 || h->hdr.bytes == 2) return true;
+  const uint32_t floats = IL_ST_READ16 | IL_ST_PACKED;
+  return h->hdr.bytes == 4 && (h->fl.flags & FL_READ) && (h->state & floats) == floats && !h->zoom;
+}
 // The size lines are delivered at: the zoom's when one is bound, else the image's.
 void outputSize(Handle* h, uint32_t* width, uint32_t* height);
 // Deletes the bound zoom (close, reopen, next image).

@@ -136,6 +136,7 @@ int ILputheader(ILimage* handle) {
   Handle* h = H(handle);
   if (h->state & IL_ST_HEADER) return 0;
   if (h->fl.flags & FL_READ) return fail(FL_EMODE);
+  h->hdrpos = FLtell(handle);
   uint8_t v[4];
   vora::putBe32(v, h->version);
   if (FLputchunk(handle, kFVER, 4, v) != 0) return flerrno;

@@ -53,12 +53,13 @@ int ILload(ILimage* handle, void* colour, void* depth) {
     if (depth && !(h->hdr.type & IL_ZBUFFER)) memset(depth, 0, size_t(h->hdr.width) * h->hdr.height * 4);
     return 0;
   }
-  // Line by line: the buffers advance by one line each, colour doubled at 16 bits.
+  // Line by line: the buffers advance by one line each, colour widened at full depth.
   ILinitio(handle);
   uint32_t width, height;
   outputSize(h, &width, &height);
   size_t per = (h->state & IL_ST_PACKED) ? size_t(width) * h->bpp : size_t(width) * 4;
-  if (h->state & (IL_ST_WIDEN | IL_ST_READ16)) per *= 2;
+  if (h->state & IL_ST_WIDEN) per *= 2;
+  else if (h->state & IL_ST_READ16) per *= h->hdr.bytes;
   unsigned char* c = static_cast<unsigned char*>(colour);
   unsigned char* z = static_cast<unsigned char*>(depth);
   for (uint32_t y = 0; y < height; ++y) {

@@ -93,7 +93,7 @@ int saveTiles(Handle* h, const unsigned char* colour, const unsigned char* depth
 namespace vora::il {
 
 int pixelSetup(Handle* h) {
-  if (!sizeInRange(h->hdr.width, h->hdr.height) || (h->hdr.bytes != 1 && h->hdr.bytes != 2)) return fail(IL_ESIZE);
+  if (!sizeInRange(h->hdr.width, h->hdr.height) || !elementSizeServed(h)) return fail(IL_ESIZE);
   if ((h->fl.flags & FL_READ) && !decodable(h)) return fail(IL_ETOOLARGE);
   // A caller who gave only the tile count (ILsetpages) still gets tiles of the default size.
   if (!(h->fl.flags & FL_READ) && (!h->twidth || !h->theight)) defaultTiling(h);

@@ -49,6 +49,7 @@ int ILsetzoom(ILimage* handle, const char* name, int dstw, int dsth, float blurx
   Handle* h = H(handle);
   if (!(h->fl.flags & FL_READ)) return fail(FL_EMODE);
   if (!ILgetheader(handle)) return flerrno;
+  if (h->hdr.bytes != 1 && h->hdr.bytes != 2) return fail(IL_ESIZE);  // the filters take 8 or 16 bits
   if (!h->zoom && !name && uint32_t(dstw) == h->hdr.width && uint32_t(dsth) == h->hdr.height && blurx == 0 &&
       blury == 0 && offx == 0.5f && offy == 0.5f)
     return 0;

@@ -132,6 +132,23 @@ TEST(Vimg, LutInfoEvalAndApply) {
   EXPECT_EQ(vimg("lut apply --lin2log " + lut + "swapgb_iridas_9.look " + d.path("w.iff") + " " + d.path("w2.iff")), 0);
 }
 
+// 32-bit float pixels read as 8 bits (clamped); the depth channel as a grey picture.
+TEST(Vimg, FloatPixelsAndTheDepthPreview) {
+  vt::TempDir d;
+  ASSERT_EQ(vimg("convert " + kData + "/iff/float_rgba_3x2.iff " + d.path("f.png")), 0);
+  const Bytes row = {0xbf, 0x7f, 0x3f, 0, 0x1f, 0, 0xff, 0xff, 0x0c, 0xe5, 0x99, 0x4c};
+  EXPECT_EQ(rgba(d.path("f.png")), vt::sha256(vt::cat({row, row})));
+  ILimage* img = ILopen(d.path("z.iff").c_str(), "w");
+  const float z[4] = {0, 2, 4, 6};
+  const Bytes px(16);
+  ASSERT_EQ(ILsetsize(img, 2, 2) | ILsettype(img, IL_COLOR | IL_ZBUFFER) | ILsave(img, px.data(), z, 0) | ILclose(img), 0);
+  ASSERT_EQ(vimg("depth " + d.path("z.iff") + " " + d.path("z.png")), 0);
+  std::string grey;
+  vt::run("convert '" + d.path("z.png") + "' -depth 8 gray:- | od -An -tx1 | tr -d ' \\n'", &grey);
+  EXPECT_EQ(grey, "9b3700ff");  // top row first: 155, 55; then 0 (no depth), 255 (nearest)
+  expectSays("depth " + kIff + " " + d.path("x.png"), 1, {"has no depth channel"});
+}
+
 TEST(Vimg, SeqGroupsFilesAndNamesFrames) {
   vt::TempDir d;
   for (int f : {1, 2, 3, 4, 6, 10, 11, 12}) vt::writeFile(d.path("shot." + std::string(4 - std::to_string(f).size(), '0') + std::to_string(f) + ".iff"), {});

@@ -84,6 +84,7 @@ int vimg::run(int argc, char** argv) {
   vimg::registerMovie(app);
   vimg::registerHdr(app);
   vimg::registerPlugins(app);
+  vimg::registerDepth(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -40,6 +40,7 @@ void registerResample(CLI::App& app);
 void registerMovie(CLI::App& app);
 void registerHdr(CLI::App& app);
 void registerPlugins(CLI::App& app);
+void registerDepth(CLI::App& app);
 // vimg psd create, under the psd command.
 void registerPsdCreate(CLI::App& psd);
 

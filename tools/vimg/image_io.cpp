@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include <vora/iff_image_file.h>
 #include <vora/ilib.h>
 #include <vora/imf.h>
 #include <vora/sgi.h>
@@ -33,6 +34,22 @@ std::string ilError(const std::string& path, ILimage* handle = nullptr) {
   return path + ": " + FLstrerror(code) + stoppedAt(handle) + " (error " + std::to_string(code) + ")";
 }
 
+// 32-bit float pixels, clamped to 0..1, as 8 bits (colour images: the only float files written).
+bool readNativeFloats(const std::string& path, Image& img, std::string& error) {
+  TiffImageFile f(path.c_str(), "r");
+  img.bytes = 1;
+  img.pixels.assign(img.rowBytes() * size_t(img.height), 0);
+  if (!(f.type() & IL_COLOR)) {
+    error = path + ": 32-bit float pixels are read only for colour images";
+    return false;
+  }
+  f.loadFloatToByte(img.pixels.data(), nullptr);
+  // The conversion ends silently at the first unreadable line: only the finished state tells.
+  if (f.queryControlFlags(IL_ST_FINISHED)) return true;
+  error = ilError(path, f.handle());
+  return false;
+}
+
 bool readNative(const std::string& path, Image& img, std::string& error) {
   ILimage* in = ILopen(path.c_str(), "r");
   const ILheader* h = in ? ILgetheader(in) : nullptr;
@@ -51,7 +68,9 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
   img.bytes = h->bytes == 2 ? 2 : 1;
   img.alpha = h->type & IL_ALPHA;
   img.channels = std::max(ILtypechannels(h->type & ~uint32_t(IL_ALPHA)), 1) + (img.alpha ? 1 : 0);
-  if (img.bytes == 2) ILsetbpp(in, 2);
+  const bool floats = h->bytes == 4;
+  if (floats) ILctrl(in, IL_ST_READ16 | IL_ST_PACKED, 1);  // the only way float pixels are read
+  else if (img.bytes == 2) ILsetbpp(in, 2);
   // Refused before allocating: sizes out of range, or more than the file could hold.
   if (ILcanload(in) != 0 || !FLallocok(uint64_t(img.rowBytes()) * img.height)) {
     if (flerrno != IL_ESIZE) flerrno = IL_ETOOLARGE;
@@ -59,6 +78,7 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
     ILclose(in);
     return false;
   }
+  if (floats) return ILclose(in), readNativeFloats(path, img, error);
   img.pixels.assign(img.rowBytes() * size_t(img.height), 0);
   int r = ILload(in, img.pixels.data(), nullptr);
   if (r) error = ilError(path, in);
