@@ -51,10 +51,8 @@ unsigned TiffImageFile::height() const {
 
 int TiffImageFile::getSize(int& width, int& height) const { return img_ ? ILgetsize(img_, &width, &height) : -1; }
 
-int TiffImageFile::getNewSize(int& width, int& height) const {
-  if (ILzoom* z = img_ ? ILgetimagezoom(img_) : nullptr) return ILgetzoomsize(z, &width, &height), 0;
-  return getSize(width, height);
-}
+// ILgetsize already answers the bound zoom's size.
+int TiffImageFile::getNewSize(int& width, int& height) const { return getSize(width, height); }
 
 int TiffImageFile::getOrigin(int& x, int& y) const { return img_ ? ILgetorigin(img_, &x, &y) : -1; }
 int TiffImageFile::getRatio(int& num, int& den) const { return img_ ? ILgetratio(img_, &num, &den) : -1; }
@@ -180,9 +178,9 @@ int TiffImageFile::loadFloatToByte(void* pixels, float* /*depth: deliberately no
 int TiffImageFile::readZBuffer(TpixelMap& map, int width, int height) {
   int w = 0, h = 0;
   if (!img_ || width < 1 || height < 1 || getSize(w, h) != 0) return -1;
-  const size_t count = size_t(width) * size_t(height);
-  if (!FLallocok(uint64_t(std::max(count, size_t(w) * size_t(h))) * 4)) return -1;
-  std::vector<float> z(std::max(count, size_t(w) * size_t(h)), 0.0f);
+  const size_t count = size_t(width) * size_t(height), values = std::max(count, size_t(w) * size_t(h));
+  if (!FLallocok(uint64_t(values) * 4)) return -1;
+  std::vector<float> z(values, 0.0f);
   if (loadBitmap(nullptr, z.data()) != 0) return -1;
   if ((map.width() != unsigned(width) || map.height() != unsigned(height)) && !map.create(unsigned(width), unsigned(height)))
     return -1;

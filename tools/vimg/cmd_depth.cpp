@@ -19,13 +19,10 @@ struct DepthOptions {
 void depth(const DepthOptions& o) {
   TiffImageFile f(o.in.c_str(), "r");
   int w = 0, h = 0;
-  if (!f.isActive() || f.getSize(w, h) != 0)
-    return fail(o.in + ": " + FLstrerror(flerrno) + " (error " + std::to_string(flerrno) + ")");
+  if (!f.isActive() || f.getSize(w, h) != 0) return fail(ilError(o.in, f.handle()));
   if (!(f.type() & IL_ZBUFFER)) return fail(o.in + ": the image has no depth channel");
   TpixelMap map;
-  if (f.readZBuffer(map, w, h) != 0)
-    return fail(o.in + ": the depth channel cannot be read: " + FLstrerror(flerrno) + " (error " +
-                std::to_string(flerrno) + ")");
+  if (f.readZBuffer(map, w, h) != 0) return fail(ilError(o.in, f.handle()));
   Image img;
   img.width = w, img.height = h, img.channels = 1;
   const auto* px = reinterpret_cast<const uint8_t*>(map.pixels());

@@ -28,17 +28,8 @@ std::string lowerExtension(const std::string& path) {
   return e;
 }
 
-// The code's text; for damaged data read through a handle, also where the reading stopped.
-std::string ilError(const std::string& path, ILimage* handle = nullptr) {
-  const int code = flerrno;
-  return path + ": " + FLstrerror(code) + stoppedAt(handle) + " (error " + std::to_string(code) + ")";
-}
-
 // 32-bit float pixels, clamped to 0..1, as 8 bits (colour images: the only float files written).
-bool readNativeFloats(const std::string& path, Image& img, std::string& error) {
-  TiffImageFile f(path.c_str(), "r");
-  img.bytes = 1;
-  img.pixels.assign(img.rowBytes() * size_t(img.height), 0);
+bool readNativeFloats(const std::string& path, TiffImageFile& f, Image& img, std::string& error) {
   if (!(f.type() & IL_COLOR)) {
     error = path + ": 32-bit float pixels are read only for colour images";
     return false;
@@ -51,7 +42,8 @@ bool readNativeFloats(const std::string& path, Image& img, std::string& error) {
 }
 
 bool readNative(const std::string& path, Image& img, std::string& error) {
-  ILimage* in = ILopen(path.c_str(), "r");
+  TiffImageFile f(path.c_str(), "r");  // closed on every return
+  ILimage* in = f.handle();
   const ILheader* h = in ? ILgetheader(in) : nullptr;
   if (!h) {
     error = ilError(path, in);
@@ -60,7 +52,6 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
     if ((flerrno == IL_ENOCONVERTER || flerrno == IL_ECONVERT) && !isFileIff(path.c_str()))
       error = path + ": not a format read here (no native image, no plug-in or reader claims it), and " +
               FLstrerror(flerrno) + " (error " + std::to_string(flerrno) + ")";
-    if (in) ILclose(in);
     return false;
   }
   img.width = int(h->width);
@@ -75,14 +66,12 @@ bool readNative(const std::string& path, Image& img, std::string& error) {
   if (ILcanload(in) != 0 || !FLallocok(uint64_t(img.rowBytes()) * img.height)) {
     if (flerrno != IL_ESIZE) flerrno = IL_ETOOLARGE;
     error = ilError(path);
-    ILclose(in);
     return false;
   }
-  if (floats) return ILclose(in), readNativeFloats(path, img, error);
   img.pixels.assign(img.rowBytes() * size_t(img.height), 0);
+  if (floats) return readNativeFloats(path, f, img, error);
   int r = ILload(in, img.pixels.data(), nullptr);
   if (r) error = ilError(path, in);
-  ILclose(in);
   return r == 0;
 }
 
@@ -298,6 +287,11 @@ bool isSgiExtension(const std::string& ext) {
 }
 
 }  // namespace
+
+std::string ilError(const std::string& path, ILimage* handle) {
+  const int code = flerrno;
+  return path + ": " + FLstrerror(code) + stoppedAt(handle) + " (error " + std::to_string(code) + ")";
+}
 
 std::string stoppedAt(FLfile* handle) {
   const int code = flerrno;

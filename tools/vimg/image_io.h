@@ -32,6 +32,8 @@ struct WriteOptions {
 bool isNativeFile(const std::string& path);
 // ", reading stopped at offset N" when flerrno says the data of the handle's file is damaged; "".
 std::string stoppedAt(FLfile* handle);  // an ILimage
+// "PATH: the code's text (error N)" for flerrno, with stoppedAt for a handle's damaged data.
+std::string ilError(const std::string& path, FLfile* handle = nullptr);
 bool isAviFile(const std::string& path);  // a RIFF "AVI " form
 bool readImage(const std::string& path, Image& img, std::string& error);
 bool writeImage(const std::string& path, const Image& img, const WriteOptions& opt,
