@@ -56,6 +56,19 @@ const Entry kCatalogue[] = {
     {"s_FLStrings.rError111", "image conversion program missing, or output conversion failed"},
     {"s_FLStrings.rError112", "resampling filter program not found"},
     // movies
+    // the image file front end (image_file.h): keys with "added" texts get the name appended
+    {"s_TimageFileStrings.rImageFileIdentifyError", "the format plug-ins could not identify the image file"},
+    {"s_TimageFileStrings.rImageFileOpenError", "cannot open an image file: no name, or one is open already"},
+    {"s_TimageFileStrings.rImageFileOpenFailed", "cannot open the image file "},
+    {"s_TimageFileStrings.rImageFileCorruptError", "the image file is corrupt (impossible size): "},
+    {"s_TimageFileStrings.rImageFileImageConversion", "the format plug-ins could not convert the image file"},
+    {"s_TimageFileStrings.rImageFileLoadError1", "%s: the image has no colour channels to read"},
+    {"s_TimageFileStrings.rImageFileLoadError2", "%s: the image cannot be read at 8 bits a channel"},
+    {"s_TimageFileStrings.rImageFileLoadError3", "%s: the pixels cannot be read: %s"},
+    {"s_TimageFileStrings.rSGIFileLoadError", "%s: the rows of the SGI image cannot be read"},
+    {"s_TimageFileStrings.rImageFileWriteFailed", "cannot open the image file for writing: "},
+    {"s_TimageFileStrings.rImageFileENV", "VORA_LOCATION is not set: the format plug-ins cannot be listed"},
+    {"s_TimageFileStrings.rImageFilePluginPath", "cannot list the format plug-in directory "},
     {"s_TmovieStrings.rUnableToCreateStream", "unable to create the video stream"},
     {"s_TmovieStrings.rUnableToCreateAudioStream", "unable to create the audio stream"},
     // Photoshop document warnings: (layer name, file base name), or (file base name) alone

@@ -11,6 +11,7 @@ TpixelMap::TpixelMap(const TpixelMap& o) { *this = o; }
 TpixelMap& TpixelMap::operator=(const TpixelMap& o) {
   if (this == &o) return *this;
   width_ = o.width_, height_ = o.height_, depth_ = o.depth_, borrowed_ = nullptr;
+  requested_ = o.requested_, wantDepth_ = o.wantDepth_;
   owned_.assign(o.pixels(), o.pixels() + size_t(o.width_) * o.height_);  // a copy owns its pixels
   return *this;
 }

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <mutex>
 
 #include "platform/platform.h"
@@ -73,6 +74,19 @@ void unmapFile(const uint8_t* data, int64_t size) {
   if (data) munmap(const_cast<uint8_t*>(data), size_t(size));
 }
 
+void* mapFileShared(int fd, int64_t size) {
+  struct stat st;
+  if (size <= 0 || fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size < size) return nullptr;
+  void* p = mmap(nullptr, size_t(size), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  return p == MAP_FAILED ? nullptr : p;
+}
+
+void unmapShared(void* data, int64_t size) {
+  if (data) munmap(data, size_t(size));
+}
+
+int openReadWrite(const char* path) { return ::open(path, O_RDWR | O_CLOEXEC); }
+
 int64_t fileSize(int fd) {
   struct stat st;
   if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return -1;
@@ -122,6 +136,15 @@ std::string currentDirectory() {
   char buf[PATH_MAX];
   return getcwd(buf, sizeof buf) ? std::string(buf) : std::string(".");
 }
+
+int processId() { return int(getpid()); }
+
+std::string temporaryDirectory() {
+  const char* t = getenv("TMPDIR");
+  return t && *t ? std::string(t) : std::string("/tmp");
+}
+
+const char* sharedLibraryPattern() { return "*.so"; }
 
 std::string executablePath() {
   char buf[PATH_MAX];

@@ -47,6 +47,11 @@ long readAt(int fd, void* buf, size_t n, int64_t pos);  // bytes read (short at 
 // Maps a whole regular file read-only; null when it cannot (the caller then reads with readAt).
 const uint8_t* mapFile(int fd, int64_t size);
 void unmapFile(const uint8_t* data, int64_t size);
+// Maps the first size bytes of a file opened read-write, shared: writes reach the file. Null when
+// it cannot (or the file is shorter).
+void* mapFileShared(int fd, int64_t size);
+void unmapShared(void* data, int64_t size);
+int openReadWrite(const char* path);  // -1 with errno on failure
 // Memory for large buffers: a mapping of its own in large pages where the system offers them
 // (small sizes come from the heap). Null when it cannot be had; release with the same size.
 void* allocateLarge(size_t bytes);
@@ -66,6 +71,11 @@ bool readStart(const char* path, void* buf, size_t n);
 // The last change: seconds since the epoch and nanoseconds; false when it cannot tell.
 bool modificationTime(const char* path, int64_t* seconds, int32_t* nanoseconds);
 std::string currentDirectory();
+int processId();
+// Where temporary files go: $TMPDIR, else /tmp.
+std::string temporaryDirectory();
+// The names of shared libraries, as a listDirectory pattern.
+const char* sharedLibraryPattern();
 // The running program's file, or "" when the system cannot tell.
 std::string executablePath();
 

@@ -149,6 +149,16 @@ TEST(Vimg, FloatPixelsAndTheDepthPreview) {
   expectSays("depth " + kIff + " " + d.path("x.png"), 1, {"has no depth channel"});
 }
 
+// identify and copy: the front end from the command line, with the failures said once.
+TEST(Vimg, IdentifyAndCopyThroughTheFrontEnd) {
+  vt::TempDir d;
+  expectSays("identify " + kIff + " " + kData + "/psd/gimp_rgb8_layers.psd", 0, {"vora 70x66", "psd 24x16"});
+  ASSERT_EQ(vimg("copy " + kData + "/psd/gimp_rgb8_layers.psd " + d.path("doc.png") + " --format png --size 12x8"), 0);
+  expectSays("identify " + d.path("doc.png"), 0, {"png 12x8"});
+  expectSays("copy " + d.path("missing.png") + " " + d.path("x.iff"), 1, {"missing.png: cannot be read"});
+  expectSays("ifftoany " + d.path("x.gif") + " " + kIff + " --format nosuch", 2, {"unknown format nosuch"});
+}
+
 TEST(Vimg, SeqGroupsFilesAndNamesFrames) {
   vt::TempDir d;
   for (int f : {1, 2, 3, 4, 6, 10, 11, 12}) vt::writeFile(d.path("shot." + std::string(4 - std::to_string(f).size(), '0') + std::to_string(f) + ".iff"), {});

@@ -85,6 +85,7 @@ int vimg::run(int argc, char** argv) {
   vimg::registerHdr(app);
   vimg::registerPlugins(app);
   vimg::registerDepth(app);
+  vimg::registerImageFile(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -41,6 +41,7 @@ void registerMovie(CLI::App& app);
 void registerHdr(CLI::App& app);
 void registerPlugins(CLI::App& app);
 void registerDepth(CLI::App& app);
+void registerImageFile(CLI::App& app);
 // vimg psd create, under the psd command.
 void registerPsdCreate(CLI::App& psd);
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <mutex>
 
+#include <vora/convert.h>
 #include <vora/foundation/env.h>
 #include <vora/foundation/fl.h>
 #include <vora/imf.h>
@@ -115,14 +116,7 @@ bool readPlugin(const std::string& path, const char* key, Image& img, std::strin
 
 bool writePlugin(const std::string& path, const char* key, const Image& src, const WriteOptions& opt, std::string& error) {
   const IMF_format* f = IMF_find(key);
-  // The bits asked for when the format has them, else the next larger it has, else the largest.
-  int bits = opt.bits ? opt.bits : src.bytes * 8;
-  if (!(f->bitsMask >> (bits - 1) & 1)) {
-    int up = 0, down = 0;
-    for (int b = bits + 1; b <= 32 && !up; ++b) up = (f->bitsMask >> (b - 1) & 1) ? b : 0;
-    for (int b = bits - 1; b >= 1 && !down; --b) down = (f->bitsMask >> (b - 1) & 1) ? b : 0;
-    bits = up ? up : down;
-  }
+  const int bits = imfOutputBits(f, opt.bits ? opt.bits : src.bytes * 8);
   if (bits != 8 && bits != 16 && bits != 32) return error = path + ": " + key + " takes no 8, 16 or 32-bit samples", false;
   Image converted;  // only when the depth changes: a copy of a large picture costs as much as a fast codec
   const Image& img = src.bytes == (bits == 8 ? 1 : 2) ? src : (converted = withBytes(src, bits == 8 ? 1 : 2));

@@ -60,6 +60,12 @@ class VORA_API TpixelMap {
   // The map resampled to the rectangle's size (the library's zoom, its "auto" filter), owned.
   // False (the map unchanged) for an empty rectangle or map.
   bool zoom(const TportRect& rect);
+  // What a reader is asked for: the size to deliver (an empty rectangle: the file's own) and
+  // whether to fill the depth buffer.
+  void requestSize(const TportRect& rect) { requested_ = rect; }
+  const TportRect& requestedRect() const { return requested_; }
+  void setWantDepthMap(bool on) { wantDepth_ = on; }
+  bool wantDepthMap() const { return wantDepth_; }
   // Blue and red exchanged in every pixel: to and from red, green, blue, alpha order.
   void rgbaSwitch();
   void flipVertical();
@@ -69,6 +75,8 @@ class VORA_API TpixelMap {
   std::vector<Tpixel32> owned_;
   Tpixel32* borrowed_ = nullptr;
   TdepthBuffer depth_;
+  TportRect requested_;
+  bool wantDepth_ = false;
 };
 
 template <class T>
