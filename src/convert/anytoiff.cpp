@@ -159,8 +159,9 @@ int anytoiff(const char* input, const char* output, const char* key, int frame) 
       error("Failed to open output file.");
       result = -1;
     } else {
-      out.setSize(int(width), int(height));
-      out.setType(IL_COLOR | (r.matteChannels ? IL_ALPHA : 0) | (r.depthChannels ? IL_ZBUFFER : 0));
+      if (out.setSize(int(width), int(height)) != 0 ||
+          out.setType(IL_COLOR | (r.matteChannels ? IL_ALPHA : 0) | (r.depthChannels ? IL_ZBUFFER : 0)) != 0)
+        return error(std::string("anytoiff: ") + FLstrerror(flerrno)), closeInput(), -1;
       // A picture whose pixels are not square keeps their shape as the file's pixel ratio.
       const double aspect = r.aspectHeight > 0 ? double(r.aspectWidth) / r.aspectHeight : 0;
       if (r.pixelAspect > 0 && aspect > 0 && r.pixelAspect != float(aspect)) {

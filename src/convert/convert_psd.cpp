@@ -1,6 +1,7 @@
 // Conversion to and from Photoshop documents: a document's composited layers written as a native
 // file, and any picture the front end reads written as a one-layer document.
 #include <cstring>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,21 @@ using namespace ktPhotoshop;
 
 namespace vora::convert {
 
-int psdtoiff(const char* input, const char* output) {
+namespace {
+
+// The document classes throw on what they cannot read or write (TpsdException, memory): a
+// conversion answers -1 instead, as its callers expect of a C call.
+template <class Work>
+int caught(const char* caller, const char* file, Work&& work) {
+  try {
+    return work();
+  } catch (const std::exception& e) {
+    error(std::string(caller) + ": " + file + ": " + e.what());
+    return -1;
+  }
+}
+
+int psdtoiffUnguarded(const char* input, const char* output) {
   TpsdTextureFile psd;
   TrgbaData data;
   if (psd.openWithoutCache(TfilePath(input), false) != 0 || !psd.document())
@@ -43,9 +58,10 @@ int psdtoiff(const char* input, const char* output) {
   }
   TiffImageFile out;
   if (!planes[2] || !out.open(output, "w")) return error("Failed to open output file."), -1;
-  out.setSize(int(w), int(h));
-  out.setType(IL_COLOR | (planes[3] ? IL_ALPHA : 0));
-  out.setBytesPerPixel(bytes);
+  // Lines are sized here from the document: the file must take exactly that size.
+  if (out.setSize(int(w), int(h)) != 0 || out.setType(IL_COLOR | (planes[3] ? IL_ALPHA : 0)) != 0 ||
+      out.setBytesPerPixel(bytes) != 0)
+    return error(std::string("anytoiff: ") + input + ": " + FLstrerror(flerrno)), -1;
   std::vector<uint8_t> line(size_t(w) * 4 * bytes);
   out.modifyControlFlags(IL_ST_TOPDOWN, true);  // the document's rows run top first
   for (uint32_t y = 0; y < h; ++y) {
@@ -62,7 +78,7 @@ int psdtoiff(const char* input, const char* output) {
   return out.close() == 0 ? 0 : -1;
 }
 
-int ifftopsd(const char* input, const char* output) {
+int ifftopsdUnguarded(const char* input, const char* output) {
   TimageFile in;
   TpixelMap map;
   if (in.identifyAndOpen(input) != 0 || in.readPixelMap(map) != 0) return error(std::string("Failed to open input file: ") + input), -1;
@@ -86,6 +102,16 @@ int ifftopsd(const char* input, const char* output) {
   doc.addLayer("Background", 0, 0, std::move(px));
   if (doc.save(TfilePath(std::string()), RLE) != 0) return error(output + std::string(": ") + doc.lastReadError().str()), -1;
   return 0;
+}
+
+}  // namespace
+
+int psdtoiff(const char* input, const char* output) {
+  return caught("anytoiff", input, [&] { return psdtoiffUnguarded(input, output); });
+}
+
+int ifftopsd(const char* input, const char* output) {
+  return caught("ifftoany", output, [&] { return ifftopsdUnguarded(input, output); });
 }
 
 }  // namespace vora::convert

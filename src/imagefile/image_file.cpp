@@ -257,7 +257,8 @@ int TimageFile::create(const Tstring& name, unsigned short width, unsigned short
 }
 
 int TimageFile::writePixelMap(const TpixelMap& map, bool withDepth) {
-  setSize(int(map.width()), int(map.height()));
+  // Once lines have gone out the size is fixed: a map of another width would be read past its rows.
+  if (setSize(int(map.width()), int(map.height())) != 0 && width() != map.width()) return -1;
   const TdepthBuffer* depth = const_cast<TpixelMap&>(map).depth();
   if (withDepth) {
     if (!map.wantDepthMap() || !depth || depth->width == 0 || depth->height == 0 || depth->width != map.width() ||

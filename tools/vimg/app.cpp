@@ -86,6 +86,7 @@ int vimg::run(int argc, char** argv) {
   vimg::registerPlugins(app);
   vimg::registerDepth(app);
   vimg::registerImageFile(app);
+  vimg::registerFrame(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

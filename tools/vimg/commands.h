@@ -42,6 +42,7 @@ void registerHdr(CLI::App& app);
 void registerPlugins(CLI::App& app);
 void registerDepth(CLI::App& app);
 void registerImageFile(CLI::App& app);
+void registerFrame(CLI::App& app);
 // vimg psd create, under the psd command.
 void registerPsdCreate(CLI::App& psd);
 
