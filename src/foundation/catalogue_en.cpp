@@ -69,6 +69,7 @@ const Entry kCatalogue[] = {
     {"s_TimageFileStrings.rImageFileWriteFailed", "cannot open the image file for writing: "},
     {"s_TimageFileStrings.rImageFileENV", "VORA_LOCATION is not set: the format plug-ins cannot be listed"},
     {"s_TimageFileStrings.rImageFilePluginPath", "cannot list the format plug-in directory "},
+    {"s_TimageFileStrings.rImageFileReadFailFmt", "%s: the image cannot be read"},
     {"s_TmovieStrings.rUnableToCreateStream", "unable to create the video stream"},
     {"s_TmovieStrings.rUnableToCreateAudioStream", "unable to create the audio stream"},
     // Photoshop document warnings: (layer name, file base name), or (file base name) alone

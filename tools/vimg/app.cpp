@@ -87,6 +87,7 @@ int vimg::run(int argc, char** argv) {
   vimg::registerDepth(app);
   vimg::registerImageFile(app);
   vimg::registerFrame(app);
+  vimg::registerLoad(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

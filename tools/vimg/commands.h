@@ -43,6 +43,7 @@ void registerPlugins(CLI::App& app);
 void registerDepth(CLI::App& app);
 void registerImageFile(CLI::App& app);
 void registerFrame(CLI::App& app);
+void registerLoad(CLI::App& app);
 // vimg psd create, under the psd command.
 void registerPsdCreate(CLI::App& psd);
 
