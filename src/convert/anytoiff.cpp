@@ -103,6 +103,25 @@ int convertLines(IMF_object* in, TiffImageFile& out, int width, int height) {
   return result;
 }
 
+// A native file the front end cannot take as it is (16-bit channels, say) at 8 bits a channel,
+// with its depth.
+int nativeAt8Bits(const char* input, const char* output) {
+  TiffImageFile in, out;
+  if (!in.open(input, "r") || !ILgetheader(in.handle()) || (in.bytesPerPixel() != 1 && in.setBytesPerPixel(1) != 0) ||
+      ILcanload(in.handle()) != 0)
+    return error(std::string("anytoiff: ") + input + ": " + FLstrerror(flerrno)), -1;
+  const int w = int(in.width()), h = int(in.height()), type = in.type();
+  if (!out.open(output, "w") || out.setSize(w, h) != 0 || out.setType(type) != 0)
+    return error("Failed to open output file."), -1;
+  std::vector<uint8_t> line(size_t(w) * 4);
+  std::vector<float> depth((type & IL_ZBUFFER) ? size_t(w) : 0);
+  float* z = depth.empty() ? nullptr : depth.data();
+  for (int y = 0; y < h; ++y)
+    if (in.readLine(line.data(), z) != 0 || out.writeLine(line.data(), z) != 0)
+      return error(std::string("anytoiff: ") + input + ": " + FLstrerror(flerrno)), -1;
+  return out.close() == 0 ? 0 : -1;
+}
+
 }  // namespace
 
 namespace vora::convert {
@@ -129,6 +148,7 @@ extern "C" {
 
 int anytoiff(const char* input, const char* output, const char* key, int frame) {
   if (!input || !output) return -1;
+  if (isFileIff(input)) return nativeAt8Bits(input, output);
   if (ktPhotoshop::TpsdTextureFile::isFilePsd(input)) {
     vora::convert::psdtoiff(input, output);
     return 0;  // as callers of this path have always had it, also when the document is unreadable

@@ -27,8 +27,6 @@ bool writesNative(const char* format) {
   return !format || !strcasecmp(format, "vora") || !strcasecmp(format, "kbn") || !strcasecmp(format, "psdLayered");
 }
 
-bool startsWith(const unsigned char* b, const char* s) { return memcmp(b, s, strlen(s)) == 0; }
-
 }  // namespace
 
 TimageFile::TimageFile() = default;
@@ -87,12 +85,12 @@ Tstring TimageFile::getImageType(const Tstring& name, bool sceneTypes) const {
   Tstring key;
   if (got == sizeof b) {
     if (b[0] == 0x01 && b[1] == 0xDA) return "sgi";
-    if (startsWith(b, "FOR4")) {
+    if (memcmp(b, "FOR4", 4) == 0) {
       for (const char* scene : {"Vora", "MPLE", "VORA", "CACH"})
         if (memcmp(b + 8, scene, 4) == 0) return sceneTypes ? "VoraBinary" : "";
       return "vora";
     }
-    if (startsWith(b, "II*") || memcmp(b, "MM\0*", 4) == 0) return loadImfPlugins(), "tif";
+    if (memcmp(b, "II*\0", 4) == 0 || memcmp(b, "MM\0*", 4) == 0) return loadImfPlugins(), "tif";
     if (memcmp(b, "\xFF\xD8\xFF\xE0", 4) == 0 && b[6] == 'J' && b[7] == 'F') return loadImfPlugins(), "jpg";
     if (memcmp(b, "//Vora ASCII", 12) == 0) return sceneTypes ? "VoraASCII" : "";
     // A Photoshop document is named so only when no plug-in claims it.
@@ -114,6 +112,8 @@ bool TimageFile::nativeReady() const {
 int TimageFile::identifyAndOpen(const Tstring& name, bool arg, int passOn) {
   const Tstring key = getImageType(name, false);
   if (key.str().empty()) return -1;
+  // An open object is closed by close() alone, whichever path opened it.
+  if (isOpen()) return report("s_TimageFileStrings.rImageFileOpenError"), -1;
   filename_ = name;
   bool ready = false;
   if (key.str() == "vora") {

@@ -116,6 +116,17 @@ TEST(ImageFileRead, NativeConvertedAndFastLoadAgree) {
   EXPECT_EQ(floats.pixel(0, 1), (Tpixel32{0x3f, 0x7f, 0xbf, 0}));
   EXPECT_EQ(floats.pixel(2, 0), (Tpixel32{0x99, 0xe5, 0x0c, 0x4c}));
   f.close();
+  // 16-bit channels are no native file to read as it is: converted, their high bytes.
+  TpixelMap deep;
+  ASSERT_EQ(f.identifyAndOpen((kData + "/iff/rgba16_33x20_rle.iff").c_str()), 0);
+  EXPECT_EQ(f.format(), TimageFile::kConvertedFormat);
+  ASSERT_EQ(f.readPixelMap(deep), 0);
+  f.close();
+  ILimage* il = ILopen((kData + "/iff/rgba16_33x20_rle.iff").c_str(), "r");
+  std::vector<Tpixel32> high(33 * 20);
+  ASSERT_EQ(ILgetheader(il) && !ILsetbpp(il, 1) && !ILload(il, high.data(), nullptr) ? 0 : -1, 0);
+  ILclose(il);
+  EXPECT_EQ(pixelsOf(deep), high);
   // Suffixes are matched lower-cased; others are not fast-loaded.
   EXPECT_FALSE(f.attemptFastLoad((kData + "/plugins/exr/missing.exr").c_str(), fast));
 }
