@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <QImage>
-#include <cstdlib>
 #include <filesystem>
 
 #include <vora/image_file.h>
-#include <vora/plugins.h>
 #include <vora/sgi.h>
 
 #include "support/test_support.h"
@@ -16,12 +14,6 @@
 namespace {
 
 const std::string kData = VORA_TEST_DATA;
-
-// The bundled plug-ins, found as an installation would have them.
-void usePlugins() {
-  setenv("VORA_LOCATION", (std::string(VORA_PLUGIN_DIR) + "/../../..").c_str(), 1);
-  loadImfPlugins();
-}
 
 // A file as Qt decodes it, as map pixels (bottom row first, blue green red alpha).
 std::vector<Tpixel32> qtPixels(const std::string& path, unsigned& w, unsigned& h) {
@@ -46,7 +38,7 @@ void writeNative(const std::string& path, unsigned w, unsigned h) {
 }
 
 TEST(ImageFileIdentify, ByFirstBytesThenPlugins) {
-  usePlugins();
+  vt::useBundledPlugins();
   vt::TempDir d;
   struct Row {
     const char* name;
@@ -85,7 +77,7 @@ TEST(ImageFileIdentify, ByFirstBytesThenPlugins) {
 // One picture by three paths that share no decoder: the native file, its PNG twin through a
 // temporary native file made by the PNG plug-in, and the twin loaded by Qt.
 TEST(ImageFileRead, NativeConvertedAndFastLoadAgree) {
-  usePlugins();
+  vt::useBundledPlugins();
   vt::TempDir tmp;
   vt::ScopedEnv dir("TMPDIR", tmp.dir().c_str());
   TpixelMap native, converted, fast;
@@ -184,7 +176,7 @@ TEST(ImageFileRead, NativeSizeLimitAndItsMessage) {
 // Written through the plug-ins (PNG) and the Photoshop writer, read back by Qt and by this
 // library's document reader; "psdLayered" writes the native file itself.
 TEST(ImageFileWrite, ThroughPluginsAndDirectly) {
-  usePlugins();
+  vt::useBundledPlugins();
   vt::TempDir d;
   TpixelMap m;
   ASSERT_TRUE(m.create(13, 7));
@@ -244,7 +236,7 @@ TEST(ImageFileWrite, DepthOnlyWithAMatchingBuffer) {
 // Damaged and foreign files of every kind read here: a clean -1, never a crash (the suite also
 // runs under AddressSanitizer).
 TEST(ImageFileRead, DamagedFilesFailCleanly) {
-  usePlugins();
+  vt::useBundledPlugins();
   vt::TempDir d;
   std::vector<std::string> files;
   for (const char* dir : {"/iff/bad", "/sgi/bad", "/psd/bad"})

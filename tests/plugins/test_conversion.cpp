@@ -2,32 +2,17 @@
 // here, native files made from the peers' files, multi-frame files, and the GIF colour cube.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 
 #include <vora/convert.h>
 #include <vora/ilib.h>
 #include <vora/image_file.h>
-#include <vora/plugins.h>
 
 #include "support/test_support.h"
 
 namespace {
 
 const std::string kData = VORA_TEST_DATA;
-
-void usePlugins() {
-  setenv("VORA_LOCATION", (std::string(VORA_PLUGIN_DIR) + "/../../..").c_str(), 1);
-  loadImfPlugins();
-}
-
-// ImageMagick's decode: red, green, blue, alpha samples of `depth` bits (low byte first), top
-// row first.
-std::string magick(const std::string& path, int depth) {
-  std::string out;
-  EXPECT_EQ(vt::run("convert '" + path + "' -depth " + std::to_string(depth) + " -endian LSB rgba:-", &out), 0) << path;
-  return out;
-}
 
 // A native file's pixels as red, green, blue, alpha of `bytes` bytes (low byte first), top row first.
 std::string native(const std::string& path, int bytes) {
@@ -50,13 +35,13 @@ std::string native(const std::string& path, int bytes) {
 // Written out, samples keep their width where the format takes it and are shifted down where it
 // does not (16-bit samples to the 8-bit TGA writer keep their high byte).
 TEST(PluginConversion, WrittenFilesAsPeersReadThem) {
-  usePlugins();
+  vt::useBundledPlugins();
   vt::TempDir d;
   const std::string src = kData + "/iff/rgba16_33x20_rle.iff";
   ASSERT_EQ(ifftoany(src.c_str(), d.path("wide.png").c_str(), "png"), 0);
-  EXPECT_EQ(magick(d.path("wide.png"), 16), native(src, 2));
+  EXPECT_EQ(vt::magick(d.path("wide.png"), "rgba", 16), native(src, 2));
   ASSERT_EQ(ifftoany(src.c_str(), d.path("narrow.tga").c_str(), "tga"), 0);
-  EXPECT_EQ(magick(d.path("narrow.tga"), 8), native(src, 1));
+  EXPECT_EQ(vt::magick(d.path("narrow.tga")), native(src, 1));
   vt::Messages said;
   EXPECT_EQ(ifftoany(src.c_str(), d.path("x").c_str(), "nosuchformat"), -1);
   EXPECT_EQ(ifftoany((kData + "/iff/float_rgba_3x2.iff").c_str(), d.path("f.png").c_str(), "png"), -1);
@@ -66,13 +51,13 @@ TEST(PluginConversion, WrittenFilesAsPeersReadThem) {
 
 // Peer files of either line order and of 8 and 16 bits become native files of their pixels.
 TEST(PluginConversion, NativeFilesFromPeerFiles) {
-  usePlugins();
+  vt::useBundledPlugins();
   vt::TempDir d;
   for (const char* name : {"/plugins/png/im_palette.png", "/plugins/tga/oiio_rgba_rle.tga", "/plugins/tiff/im_rgba16_zip.tif",
                            "/plugins/gif/im_rgb.gif"}) {
     const std::string out = d.path("out.iff");
     ASSERT_EQ(anytoiff((kData + name).c_str(), out.c_str(), nullptr, 0), 0) << name;
-    EXPECT_EQ(native(out, 1), magick(kData + name, 8)) << name;
+    EXPECT_EQ(native(out, 1), vt::magick(kData + name)) << name;
   }
   int w = 0, h = 0;
   EXPECT_EQ(getResolution((kData + "/plugins/tga/oiio_rgba_rle.tga").c_str(), &w, &h), 0);
@@ -90,7 +75,7 @@ TEST(PluginConversion, NativeFilesFromPeerFiles) {
 // Successive calls with one key write the frames of one file, read back frame by frame; a frame
 // of another size is refused.
 TEST(PluginConversion, FramesOfOneFile) {
-  usePlugins();
+  vt::useBundledPlugins();
   vt::TempDir d;
   const std::string a = kData + "/iff/rgba8_70x66_rle.iff", b = d.path("b.iff");
   {
@@ -120,11 +105,11 @@ TEST(PluginConversion, FramesOfOneFile) {
 // GIF output is dithered onto the 6 x 6 x 6 cube: every sample a multiple of 51, the picture
 // close to the source on average.
 TEST(PluginConversion, GifOnTheColourCube) {
-  usePlugins();
+  vt::useBundledPlugins();
   vt::TempDir d;
   const std::string src = kData + "/iff/rgb8_40x30_rle.iff";
   ASSERT_EQ(ifftoany(src.c_str(), d.path("cube.gif").c_str(), "gif"), 0);
-  const std::string got = magick(d.path("cube.gif"), 8), want = native(src, 1);
+  const std::string got = vt::magick(d.path("cube.gif")), want = native(src, 1);
   ASSERT_EQ(got.size(), want.size());
   double error = 0;
   for (size_t i = 0; i < got.size(); ++i) {
@@ -133,6 +118,23 @@ TEST(PluginConversion, GifOnTheColourCube) {
     error += std::abs(int(uint8_t(got[i])) - int(uint8_t(want[i])));
   }
   EXPECT_LT(error / double(got.size() / 4 * 3), 16.0);
+  // A flat colour: the first pixel, into which no error is carried, takes the nearest level, and
+  // the dither keeps the colour on average.
+  TpixelMap flat;
+  ASSERT_TRUE(flat.create(16, 16));
+  for (unsigned i = 0; i < 256; ++i) flat.pixels()[i] = {160, 100, 40, 255};
+  TimageFile f;
+  ASSERT_EQ(f.create(d.path("flat.iff").c_str(), 16, 16, TiffImageFile::kRle, nullptr), 0);
+  ASSERT_EQ(f.writePixelMap(flat, false) | f.close(), 0);
+  ASSERT_EQ(ifftoany(d.path("flat.iff").c_str(), d.path("flat.gif").c_str(), "gif"), 0);
+  const std::string dithered = vt::magick(d.path("flat.gif"));
+  const int nearest[3] = {51, 102, 153}, source[3] = {40, 100, 160};
+  for (int c = 0; c < 3; ++c) {
+    EXPECT_EQ(uint8_t(dithered[size_t(c)]), nearest[c]) << c;
+    double sum = 0;
+    for (size_t i = size_t(c); i < dithered.size(); i += 4) sum += uint8_t(dithered[i]);
+    EXPECT_NEAR(sum / 256, source[c], 3.0) << c;
+  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "support/test_support.h"
 
 #include <vora/foundation/messages.h>
+#include <vora/plugins.h>
 
 #include <dirent.h>
 #include <unistd.h>
@@ -125,6 +126,17 @@ int run(const std::string& command, std::string* out) {
     if (out) out->append(buf, n);
   int st = pclose(p);
   return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+}
+
+std::string magick(const std::string& path, const std::string& map, int depth) {
+  std::string out;
+  if (run("convert '" + path + "' -depth " + std::to_string(depth) + " -endian LSB " + map + ":-", &out) != 0) return {};
+  return out;
+}
+
+void useBundledPlugins() {
+  setenv("VORA_LOCATION", (std::string(VORA_PLUGIN_DIR) + "/../../..").c_str(), 1);
+  loadImfPlugins();
 }
 
 ScopedEnv::ScopedEnv(const char* name, const char* value) : name_(name) {

@@ -55,6 +55,13 @@ std::string sha256(const Bytes& b);
 // Runs the vimg built with the tests with args; out (cleared first) gets stdout and stderr.
 int vimg(const std::string& args, std::string* out = nullptr);
 
+// ImageMagick's decode of a file: samples of map ("rgba", "bgr", "gray") of depth bits, low byte
+// first, top row first; "" when it cannot decode it.
+std::string magick(const std::string& path, const std::string& map = "rgba", int depth = 8);
+
+// The bundled plug-ins, found as an installation has them (VORA_LOCATION), loaded.
+void useBundledPlugins();
+
 // Number of live (not yet reaped or running) children of this process.
 int childCount();
 // Runs a shell command, returns its exit status and fills out with its stdout.
