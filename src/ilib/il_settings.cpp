@@ -211,16 +211,21 @@ uint32_t ILconfig(uint32_t bits, int on) {
 
 const char* ILgetpath(void) {
   // Rebuilt only when the work directory changes.
+  // Freed when its thread ends: worker threads open images too.
+  struct Path {
+    char* text = nullptr;
+    ~Path() { FLfreepath(text); }
+  };
   thread_local std::string work;
-  thread_local char* path = nullptr;
+  thread_local Path path;
   const char* w = FLgetwork();
-  if (!path || work != w) {
+  if (!path.text || work != w) {
     work = w;
     std::string text = ".;" + work + "/image;" + work + "/tex";
-    FLfreepath(path);
-    path = FLbuildpath(text.c_str());
+    FLfreepath(path.text);
+    path.text = FLbuildpath(text.c_str());
   }
-  return path;
+  return path.text;
 }
 
 }  // extern "C"
