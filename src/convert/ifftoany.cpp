@@ -168,6 +168,7 @@ int ifftoany(const char* input, const char* output, const char* key) {
     o.format = IMF_find(key);
   }
   if (!o.format || !(o.format->flags & IMF_CAN_WRITE)) {
+    outputs().erase(key);
     error(std::string("Unknown image type: ") + key);
     return -1;
   }

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 
 #include <vora/convert.h>
+#include <vora/foundation/dynamic_load.h>
 #include <vora/ilib.h>
 #include <vora/image_file.h>
 
@@ -100,6 +102,43 @@ TEST(PluginConversion, FramesOfOneFile) {
   EXPECT_EQ(native(d.path("0.iff"), 1), native(a, 1));
   EXPECT_EQ(native(d.path("1.iff"), 1), native(b, 1));
   EXPECT_EQ(anytoiff(out.c_str(), d.path("2.iff").c_str(), nullptr, 2), -1);
+}
+
+// Depth goes out as 31-bit integers: counted down from the top of the scale, or spread over the
+// file's clipping range (a CLPZ field), 0 where there is none or it lies beyond; read back from a
+// test plug-in that takes integer depth.
+TEST(PluginConversion, DepthAsIntegers) {
+  static TdynamicLoad lib;
+  static std::string path = std::string(VORA_TEST_PLUGINS) + "/depth.so";
+  ASSERT_TRUE(lib.open(path.c_str(), 0));
+  IMF_init(0, [](void** library, char** name) -> int {
+    static bool given = false;
+    if (std::exchange(given, true)) return 0;
+    *library = lib.handle(), *name = path.data();
+    return 1;
+  });
+  vt::TempDir d;
+  const float z[6] = {0, -1, -0.5f, -0.25f, -0.125f, -0.0625f};  // none, then distances 1, 2, 4, 8, 16
+  const uint32_t top = 2147483648u;
+  const std::vector<uint32_t> counted = {0, top, top - 1, top - 3, top - 7, top - 15},
+                              clipped = {0, top, 1932735283u, 1503238553u, 644245094u, 0};  // range 1 to 11
+  for (bool clip : {false, true}) {
+    TiffImageFile f;
+    ASSERT_TRUE(f.open(d.path("z.iff").c_str(), "w"));
+    ASSERT_EQ(f.setSize(6, 1) | f.setType(IL_COLOR | IL_ZBUFFER), 0);
+    const uint8_t range[8] = {0x3f, 0x80, 0, 0, 0x41, 0x30, 0, 0};  // 1.0, 11.0
+    if (clip) {
+      ASSERT_EQ(f.setField(TiffTag('C', 'L', 'P', 'Z'), 8, range), 0);
+    }
+    const std::vector<uint8_t> px(24);
+    ASSERT_EQ(f.save(px.data(), z, 0) | f.close(), 0);
+    ASSERT_EQ(ifftoany(d.path("z.iff").c_str(), d.path("z.tsz").c_str(), "tsz"), 0);
+    const vt::Bytes out = vt::readFile(d.path("z.tsz"));
+    ASSERT_EQ(out.size(), 12u + 6 * 7);
+    std::vector<uint32_t> got;
+    for (size_t at = 12 + 3; at < out.size(); at += 7) got.push_back(out[at] | out[at + 1] << 8 | out[at + 2] << 16 | uint32_t(out[at + 3]) << 24);
+    EXPECT_EQ(got, clip ? clipped : counted);
+  }
 }
 
 // GIF output is dithered onto the 6 x 6 x 6 cube: every sample a multiple of 51, the picture

@@ -1,8 +1,10 @@
 /* A format plug-in built several times by the suite, each build changing one thing the loader
  * checks (TEST_TYPE, TEST_PROGRAM, TEST_KEY, TEST_ABI). Its format: "TST1", width and height as
- * little-endian 32-bit words, then 8-bit red, green, blue samples, top line first. */
+ * little-endian 32-bit words, then 8-bit red, green, blue samples, top line first. With TEST_DEPTH
+ * its writer also takes 31-bit integer depth, written after each pixel's colour (little-endian). */
 #include <stdio.h>
 #include <stdlib.h>
+#include <stdint.h>
 #include <string.h>
 
 #include <vora/imf.h>
@@ -31,6 +33,7 @@ IMF_PLUGIN_EXPORT const char* imageDescription = "the suite's test format";
 typedef struct {
   FILE* f;
   unsigned w, h;
+  int depth;
 } File;
 
 static unsigned le32(const unsigned char* p) { return p[0] | p[1] << 8 | p[2] << 16 | (unsigned)p[3] << 24; }
@@ -65,6 +68,7 @@ static void* openWrite(const char* path, const IMF_image* image, const IMF_setti
     return NULL;
   }
   t->w = (unsigned)(image->xMax - image->xMin + 1), t->h = (unsigned)(image->yMax - image->yMin + 1);
+  t->depth = image->depthChannels == 1 && image->depthType == IMF_TYPE_INT;
   for (int i = 0; i < 4; ++i) head[4 + i] = (unsigned char)(t->w >> 8 * i), head[8 + i] = (unsigned char)(t->h >> 8 * i);
   fwrite(head, 1, 12, t->f);
   return t;
@@ -84,8 +88,10 @@ static int readLine(void* h, int line, void* const* planes, char* error, size_t 
 static int writeLine(void* h, int line, const void* const* planes, char* error, size_t errorSize) {
   File* t = h;
   (void)line, (void)error, (void)errorSize;
-  for (unsigned x = 0; x < t->w; ++x)
+  for (unsigned x = 0; x < t->w; ++x) {
     for (int c = 0; c < 3; ++c) fputc(((const unsigned char*)planes[c])[x], t->f);
+    for (int i = 0; t->depth && i < 4; ++i) fputc((int)(((const uint32_t*)planes[3])[x] >> 8 * i) & 0xFF, t->f);
+  }
   return 0;
 }
 
@@ -97,7 +103,12 @@ static int closeFile(void* h, char* error, size_t errorSize) {
   return r ? -1 : 0;
 }
 
-static const IMF_plugin table = {TEST_ABI, IMF_PLUGIN_V1_SIZE, IMF_CAN_READ | IMF_CAN_WRITE, 0x80, 0, 0, 0,
+#ifdef TEST_DEPTH
+#define TEST_MAX_DEPTH 1, 0x80000000u
+#else
+#define TEST_MAX_DEPTH 0, 0
+#endif
+static const IMF_plugin table = {TEST_ABI, IMF_PLUGIN_V1_SIZE, IMF_CAN_READ | IMF_CAN_WRITE, 0x80, 0, TEST_MAX_DEPTH,
                                  IMF_ORDER_TOP_DOWN, probe, openRead, openWrite, NULL, readLine, writeLine, closeFile,
                                  0, NULL, NULL};
 
