@@ -56,10 +56,12 @@ class VORA_API TimageFile : public TiffImageFile {
   // The whole picture. A map whose requested rectangle (TpixelMap::requestSize) differs from the
   // file's size gets it resampled to that size; a map that wants depth gets the depth channel.
   int readPixelMap(TpixelMap& map);
-  // Rows first .. first + count - 1 (bottom row 0) into the map's rows of the same numbers.
+  // Bands: the map's (or image's) rows first .. first + count - 1 (last - 1) filled with the next
+  // lines of a native file (lines come in order, bottom first, so bands are read in order), or
+  // with those rows of an SGI image. The map must already have the rows.
   int readPixelMap(TpixelMap& map, unsigned short first, unsigned short count);
   int readImage(Timage& image);
-  int readImage(Timage& image, unsigned short first, unsigned short last);  // rows first .. last - 1
+  int readImage(Timage& image, unsigned short first, unsigned short last);
   int readDepthMap(TdepthBuffer& depth);
   // Rows first .. last - 1 of the open SGI image as 32-bit pixels (bottom row first).
   int readSGI(Tpixel32* pixels, int first, int last);
