@@ -107,6 +107,7 @@ class VORA_API TimageFile : public TiffImageFile {
   Tstring newTemporaryPath();
   // A native file that may be read as it is: has a type, 8-bit or float channels, bottom line first.
   bool nativeReady() const;
+  int openThroughKey(const Tstring& name, const Tstring& key, int passOn);
   int openConverted(const Tstring& path);
   int prepareNativeRead();
   void dropTemporary();
@@ -114,7 +115,6 @@ class VORA_API TimageFile : public TiffImageFile {
 
   Tstring filename_;
   bool alpha_ = false;
-  bool fast_ = false;
   bool mapped_ = false;
   std::unique_ptr<char[]> temporaryPath_;
   Tpixel32* mappedPixels_ = nullptr;
@@ -122,6 +122,3 @@ class VORA_API TimageFile : public TiffImageFile {
   IMAGE* sgi_ = nullptr;
   unsigned short mappedWidth_ = 0, mappedHeight_ = 0;
 };
-
-// Loads the format plug-ins once per process (declared with the plug-in calls in plugins.h).
-extern "C" VORA_API void loadImfPlugins();

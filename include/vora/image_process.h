@@ -34,13 +34,11 @@ class TblockingQueue {
   void add(const T& entry) {
     std::lock_guard<std::mutex> g(lock_);
     entries_.push_back(entry);
-    if (waiting_) ready_.notify_one();
+    ready_.notify_one();
   }
   T take() {
     std::unique_lock<std::mutex> g(lock_);
-    ++waiting_;
     ready_.wait(g, [this] { return !entries_.empty(); });
-    --waiting_;
     T front = std::move(entries_.front());
     entries_.pop_front();
     return front;
@@ -59,7 +57,6 @@ class TblockingQueue {
   std::mutex lock_;
   std::condition_variable ready_;
   std::deque<T> entries_;
-  int waiting_ = 0;
 };
 
 class VORA_API TmpImageProcess {

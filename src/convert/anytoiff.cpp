@@ -9,6 +9,7 @@
 
 #include <vora/foundation/fl.h>
 #include <vora/iff_image_file.h>
+#include <vora/plugins.h>
 #include <vora/psd_texture.h>
 
 #include "convert/convert_report.h"
@@ -39,7 +40,7 @@ bool exists(const char* name, const char* caller) {
 
 // The plug-in input of a file: the key given, or the one its bytes call for.
 IMF_object* openInput(const char* name, const char* key, const char* caller) {
-  vora::convert::ensurePlugins();
+  loadImfPlugins();
   if (key && !IMF_find(key)) return error(std::string(caller) + ": unknown image type - " + key), nullptr;
   if (!key && !(key = IMF_get_file_type(name, 0, nullptr)))
     return error(std::string("IMF did not recognise image file ") + name), nullptr;
@@ -198,7 +199,7 @@ int anytoiff(const char* input, const char* output, const char* key, int frame) 
 
 const char* identify(const char* name) {
   if (!name || !exists(name, nullptr)) return nullptr;
-  vora::convert::ensurePlugins();
+  loadImfPlugins();
   const char* key = IMF_get_file_type(name, 0, nullptr);
   if (key) return key;
   // Unclaimed, or unreadable: only a file that can be read is "claimed by none".

@@ -12,7 +12,6 @@
 #include <vora/psd_texture.h>
 
 #include "convert/convert_report.h"
-#include "platform/platform.h"
 
 using namespace ktPhotoshop;
 
@@ -35,16 +34,10 @@ int caught(const char* caller, const char* file, Work&& work) {
 int psdtoiffUnguarded(const char* input, const char* output) {
   TpsdTextureFile psd;
   TrgbaData data;
-  if (psd.openWithoutCache(TfilePath(input), false) != 0 || !psd.document())
-    return error(std::string("anytoiff: cannot read the Photoshop document ") + input), -1;
-  // A small file declaring a huge document would be composited whole before anything is written:
-  // refused unless its data could hold that much.
-  const TphotoshopFile& doc = *psd.document();
-  vora::platform::FileStatus st;
-  if (vora::platform::fileStatus(input, st) != 0 ||
-      !FLdecodeok(uint64_t(doc.imageWidth()) * doc.imageHeight() * 4, st.size, 1032))
-    return error(std::string("anytoiff: ") + input + ": the document is larger than its data could hold"), -1;
-  if (psd.readPixels(data) != 0) return error(std::string("anytoiff: cannot read the Photoshop document ") + input), -1;
+  if (psd.openWithoutCache(TfilePath(input), false) != 0 || psd.readPixels(data) != 0) {
+    const TpsdFile* doc = dynamic_cast<const TpsdFile*>(psd.document());
+    return error(std::string("anytoiff: ") + input + ": " + (doc ? doc->lastReadError().str() : "not a readable document")), -1;
+  }
   TpixelData16& px = data.pixelData();
   const uint32_t w = data.width(), h = data.height();
   const int bytes = int(px.bytesPerChannel());

@@ -5,7 +5,6 @@
 
 #include <vora/convert.h>
 #include <vora/foundation/messages.h>
-#include <vora/plugins.h>
 
 namespace vora::convert {
 
@@ -13,8 +12,6 @@ void error(const std::string& text) {
   if (theErrorHandler) theErrorHandler->reportError(text.c_str());
   else fprintf(stderr, "%s\n", text.c_str());
 }
-
-void ensurePlugins() { loadImfPlugins(); }
 
 IMF_info infoFor(const char* name, const char* key, const char* comment) {
   IMF_info info;

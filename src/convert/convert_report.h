@@ -10,8 +10,6 @@ namespace vora::convert {
 
 // One line to the error handler when one is installed, else to standard error.
 void error(const std::string& text);
-// The plug-ins, loaded once per process.
-void ensurePlugins();
 // The information record of a plug-in file: both names, one frame, the key and a comment.
 IMF_info infoFor(const char* name, const char* key, const char* comment);
 

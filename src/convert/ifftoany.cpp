@@ -164,7 +164,7 @@ int ifftoany(const char* input, const char* output, const char* key) {
   }
   Output& o = outputs()[key];
   if (!o.format) {
-    vora::convert::ensurePlugins();
+    loadImfPlugins();
     o.format = IMF_find(key);
   }
   if (!o.format || !(o.format->flags & IMF_CAN_WRITE)) {

@@ -8,6 +8,7 @@
 #include <vora/convert.h>
 #include <vora/foundation/fl.h>
 #include <vora/iff_image_file.h>
+#include <vora/plugins.h>
 
 #include "convert/convert_report.h"
 
@@ -54,7 +55,7 @@ int ifftogif(const char* input, const char* output) {
   if (in.load(px.data(), nullptr) != 0) return fail("failed to read in image bitmap."), -1;
   quantise(px.data(), w, h);
 
-  ensurePlugins();
+  loadImfPlugins();
   const IMF_format* gif = IMF_find("gif");
   if (!gif || !(gif->flags & IMF_CAN_WRITE)) return fail("could not find gif plugin."), -1;
   IMF_info info = infoFor(output, "gif", "Image converted using ifftoany");

@@ -11,6 +11,7 @@
 #include <vora/convert.h>
 #include <vora/foundation/env.h>
 #include <vora/foundation/messages.h>
+#include <vora/plugins.h>
 #include <vora/psd_document.h>
 #include <vora/psd_texture.h>
 #include <vora/sgi.h>
@@ -52,10 +53,7 @@ void TimageFile::report(const char* key, const Tstring& added) const {
 }
 
 void TimageFile::reportFormatted(const char* key, const char* arg1, const char* arg2) const {
-  if (!theErrorHandler || !reportingEnabled) return;
-  char text[2048];
-  snprintf(text, sizeof text, TstringId(key).text(), arg1, arg2 ? arg2 : "");
-  theErrorHandler->reportError(text);
+  if (reportingEnabled) reportErrorf(TstringId(key).text(), arg1, arg2 ? arg2 : "");
 }
 
 bool TimageFile::isOpen() const { return isActive() || sgi_ || mappedPixels_; }
@@ -115,25 +113,26 @@ int TimageFile::identifyAndOpen(const Tstring& name, bool arg, int passOn) {
   // An open object is closed by close() alone, whichever path opened it.
   if (isOpen()) return report("s_TimageFileStrings.rImageFileOpenError"), -1;
   filename_ = name;
-  bool ready = false;
   if (key.str() == "vora") {
-    TmtLock<TmtRecursiveCS> lock(imageLock());
-    if (!TiffImageFile::open(name, "r")) return report("s_TimageFileStrings.rImageFileOpenFailed", name), -1;
-    if (width() == 0 || height() == 0 || width() > 8192 || height() > 8192) {
-      // The one message that cannot be switched off; the handle stays open until close().
-      if (theErrorHandler)
-        theErrorHandler->reportError((std::string(TstringId("s_TimageFileStrings.rImageFileCorruptError").text()) + name.str()).c_str());
-      return -1;
+    bool ready;
+    {
+      TmtLock<TmtRecursiveCS> lock(imageLock());
+      if (!TiffImageFile::open(name, "r")) return report("s_TimageFileStrings.rImageFileOpenFailed", name), -1;
+      if (width() == 0 || height() == 0 || width() > 8192 || height() > 8192) {
+        // The one message that cannot be switched off; the handle stays open until close().
+        if (theErrorHandler)
+          theErrorHandler->reportError((std::string(TstringId("s_TimageFileStrings.rImageFileCorruptError").text()) + name.str()).c_str());
+        return -1;
+      }
+      ready = nativeReady();
+      TiffImageFile::close();
     }
-    ready = nativeReady();
-    TiffImageFile::close();
-  } else if (key.str() == "sgi") {
-    if ((sgi_ = iopen(name, "r", 0, 0, 0, 0, 0))) {
-      alpha_ = sgi_->zsize == 4;
-      return 0;
-    }
+    if (ready) return open(name, true, arg, passOn);
+  } else if (key.str() == "sgi" && (sgi_ = iopen(name, "r", 0, 0, 0, 0, 0))) {
+    alpha_ = sgi_->zsize == 4;
+    return 0;
   }
-  return open(name, ready, arg, passOn);
+  return openThroughKey(name, key, passOn);
 }
 
 Tstring TimageFile::newTemporaryPath() {
@@ -156,15 +155,18 @@ void TimageFile::unmap() {
 int TimageFile::open(const Tstring& name, bool iffReady, bool, int passOn) {
   if (name.str().empty() || isOpen()) return report("s_TimageFileStrings.rImageFileOpenError"), -1;
   filename_ = name;
-  if (iffReady) {
-    TmtLock<TmtRecursiveCS> lock(imageLock());
-    if (!TiffImageFile::open(name, "r")) return report("s_TimageFileStrings.rImageFileOpenFailed", name), -1;
-    alpha_ = type() & IL_ALPHA;
-    return 0;
-  }
+  if (!iffReady) return openThroughKey(name, getImageType(name, false), passOn);
+  TmtLock<TmtRecursiveCS> lock(imageLock());
+  if (!TiffImageFile::open(name, "r")) return report("s_TimageFileStrings.rImageFileOpenFailed", name), -1;
+  alpha_ = type() & IL_ALPHA;
+  return 0;
+}
+
+// A file identified as key: a native one read as it is when it may be, anything else through a
+// temporary native file that the plug-ins make.
+int TimageFile::openThroughKey(const Tstring& name, const Tstring& key, int passOn) {
   Tstring path = newTemporaryPath();
   loadImfPlugins();
-  const Tstring key = getImageType(name, false);
   bool ready = false;
   if (key.str() == "vora" || key.str() == "kbn") {
     TmtLock<TmtRecursiveCS> lock(imageLock());
@@ -252,7 +254,6 @@ int TimageFile::create(const Tstring& name, unsigned short width, unsigned short
   setBytesPerPixel(1);
   setCompression(compression);
   setSize(width, height);
-  fast_ = false;
   return 0;
 }
 

@@ -6,7 +6,6 @@
 #include <QImage>
 #include <QString>
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 
 #include <vora/foundation/env.h>
@@ -139,11 +138,7 @@ int TimageFile::readDepthMap(TdepthBuffer& depth) {
 
 bool TimageFile::attemptFastLoad(const Tstring& name, TpixelMap& map) {
   if (fastLoadDisabled) return false;
-  std::string suffix = name.str();
-  const size_t dot = suffix.rfind('.'), slash = suffix.rfind('/');
-  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return false;
-  suffix.erase(0, dot + 1);
-  for (char& c : suffix) c = char(tolower(static_cast<unsigned char>(c)));
+  const std::string suffix = name.extension().toLower().str();
   for (const char* s : {"png", "jpg", "jpeg", "gif", "bmp", "xpm", "xbm", "ppm", "tif", "tiff"})
     if (suffix == s) return LoadQTImage(name, map);
   if (suffix == "tga" || suffix == "targa") return LoadTGA(name, map);

@@ -2,9 +2,12 @@
 // user masks, opacity and clipping groups, and the document calls built on it.
 #include <algorithm>
 #include <cstring>
+#include <string>
 
+#include <vora/foundation/fl.h>
 #include <vora/photoshop.h>
 
+#include "platform/platform.h"
 #include "psd_read.h"
 
 namespace ktPhotoshop {
@@ -197,6 +200,15 @@ std::vector<const TpsdLayer*> TpsdFile::compositeList(size_t from, size_t to) co
 
 int TpsdFile::compositeInto(const std::vector<const TpsdLayer*>& list, TrgbaData& out) {
   return guard(-1, -1, [&] {
+    // The document's buffers are sized by its header alone: held, as every size read from a file,
+    // to what the file could hold (a document built in memory has no file to answer to).
+    vora::platform::FileStatus st;
+    const int64_t stored = !created_ && vora::platform::fileStatus(path_.asChar(), st) == 0 ? st.size : -1;
+    const uint64_t bytes = uint64_t(width_) * height_ * 4 * (colorDepth() == k16Bits ? 2 : 1);
+    if (!FLdecodeok(bytes, stored, 1032))
+      throw PsdReadError(vora::Status(IL_ETOOLARGE, "the document's " + std::to_string(width_) + " x " +
+                                                        std::to_string(height_) + " pixels cannot come from a file of " +
+                                                        std::to_string(stored) + " bytes"));
     std::unique_ptr<TpixelData16> dest;
     blendLayersInSet(list, width_, height_, colorDepth(), dest);
     if (!dest) dest = std::make_unique<TpixelData16>(documentPixels(colorDepth(), width_, height_));

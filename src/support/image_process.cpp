@@ -2,7 +2,6 @@
 #include <vora/image_process.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include <vora/foundation/messages.h>
 #include <vora/image_file.h>
@@ -71,11 +70,7 @@ void TmpImageProcess::sImageThread(TmpImageProcess* self) {
     a.pixelMap = new TpixelMap;
     TimageFile f;
     if (f.identifyAndOpen(r.fileName) != 0) {
-      if (theErrorHandler) {
-        char text[2048];
-        snprintf(text, sizeof text, TstringId("s_TimageFileStrings.rImageFileReadFailFmt").text(), r.fileName.asChar());
-        theErrorHandler->reportError(text);
-      }
+      reportErrorf(TstringId("s_TimageFileStrings.rImageFileReadFailFmt").text(), r.fileName.asChar());
     } else if (f.readPixelMap(*a.pixelMap) == 0 && int16_t(r.rect.x1 - r.rect.x0) > 0 && int16_t(r.rect.y1 - r.rect.y0) > 0) {
       a.pixelMap->zoom(r.rect);
     }

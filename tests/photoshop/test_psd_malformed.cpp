@@ -183,6 +183,17 @@ TEST(PsdMalformed, EveryDamagedDocumentGetsItsAnswers) {
   EXPECT_EQ(files, 12);
 }
 
+// Compositing from the layers sizes the document by its header alone: a small file declaring
+// 30000 x 30000 is refused at once, not composited.
+TEST(PsdMalformed, CompositeHeldToWhatTheFileCouldHold) {
+  TphotoshopFile* f = nullptr;
+  ASSERT_EQ(openPsdFile(VORA_TEST_DATA "/psd/bad/composite-30000-square-from-a-row-table.psd", f, true), kSuccess);
+  std::unique_ptr<TpsdFile> doc(static_cast<TpsdFile*>(f));
+  TrgbaData c;
+  EXPECT_EQ(doc->readFlattenedImage(c, true), -1);
+  EXPECT_NE(doc->lastReadError().str().find("cannot come from a file of"), std::string::npos) << doc->lastReadError().str();
+}
+
 TEST(PsdMalformed, MemoryExhaustionRaisesNoMemoryWarning) {
   // The allocation limit (VORA_MAX_ALLOC_MB) is read once per process: a child vimg with 1 MiB.
   psd::Document d;
