@@ -12,6 +12,8 @@
 #include <vora/export.h>
 #include <vora/hdr.h>
 
+#include <string>
+
 constexpr unsigned kHdrReadDisplayWindow = 1;
 
 // Registers the OpenEXR ("exr", "sxr") and Radiance ("hdr", "rgbe", "pic") readers; once.
@@ -23,3 +25,7 @@ VORA_HDR_API int readExposedGamma(ThdrImageFile* file, TpixelMap& out, float exp
 // The readers themselves, for callers that do not go through the registry.
 VORA_HDR_API ThdrImageFile* newOpenExrReader();
 VORA_HDR_API ThdrImageFile* newRadianceReader();
+// Why an OpenEXR file should not be handed to the OpenEXR library, or empty: its headers are walked
+// first, and a file whose attributes run past its end, or whose data windows, channels and chunks
+// cannot come from its size, is refused before the library allocates for them.
+VORA_HDR_API std::string exrHeaderRefusal(const char* path);

@@ -10,6 +10,8 @@
 #include <ImfStandardAttributes.h>
 #include <half.h>
 
+#include <vora/hdr_readers.h>
+
 #include <algorithm>
 
 #include "common/bytes_in.h"
@@ -18,75 +20,6 @@
 namespace {
 
 using vplug::Picture;
-
-// OpenEXR allocates what an attribute's size says before reading it (strings, attributes of types
-// it does not know, previews by their dimensions), and sizes its line buffers by the data window
-// and channels when a file is opened, so a damaged header would cost gigabytes. The headers are
-// walked here first, as the library reads them: values of fixed-size types are read whole whatever
-// their size field says, channel lists up to their empty name, the rest by size.
-struct HeaderWalk {
-  int64_t damagedAt = 0;              // the first attribute running past the end of the file
-  int64_t width = 0, height = 0;      // the largest data window
-  int64_t pixelBytes = 0;             // the largest sum of channel sample sizes
-};
-
-HeaderWalk walkHeaders(const char* path, int64_t fileBytes) {
-  static const std::pair<const char*, int> fixed[] = {
-      {"box2i", 16}, {"box2f", 16}, {"chromaticities", 32}, {"compression", 1}, {"double", 8}, {"envmap", 1},
-      {"float", 4}, {"int", 4}, {"keycode", 28}, {"lineOrder", 1}, {"m33f", 36}, {"m33d", 72}, {"m44f", 64},
-      {"m44d", 128}, {"rational", 8}, {"tiledesc", 9}, {"timecode", 8}, {"v2i", 8}, {"v2f", 8}, {"v2d", 16},
-      {"v3i", 12}, {"v3f", 12}, {"v3d", 24}, {"deepImageState", 1}};
-  HeaderWalk walk;
-  FILE* f = fopen(path, "rb");
-  if (!f) return walk;  // the library says why it cannot open it
-  int64_t at = 0;
-  auto bytes = [&](unsigned char* out, int n) { return at += n, fread(out, 1, size_t(n), f) == size_t(n); };
-  auto text = [&](std::string& out) {  // NUL-terminated, at most 255 bytes
-    out.clear();
-    for (int c; (c = fgetc(f)) > 0 && out.size() < 256;) out += char(c);
-    at += int64_t(out.size()) + 1;
-    return out.size() < 256 && !feof(f);
-  };
-  auto le32 = [](const unsigned char* b) { return int64_t(int32_t(vplug::le32(b))); };  // sizes and coordinates are signed
-  unsigned char version[8], word[16];
-  const bool multipart = bytes(version, 8) && (version[5] & 0x10);
-  std::string name, type;
-  for (bool headerStart = true;;) {
-    const int64_t attribute = at;
-    if (!text(name)) break;
-    if (name.empty()) {
-      if (!multipart || headerStart) break;  // the end of the (last) header
-      headerStart = true;
-      continue;
-    }
-    headerStart = false;
-    if (!text(type) || !bytes(word, 4)) break;
-    int64_t size = le32(word);
-    for (const auto& [known, n] : fixed)
-      if (type == known) size = n;
-    if (type == "chlist") {  // channel name, then pixel type, flags and sampling, until an empty name
-      int64_t sum = 0;
-      while (text(name) && !name.empty() && bytes(word, 16)) sum += le32(word) == 1 ? 2 : 4;
-      walk.pixelBytes = std::max(walk.pixelBytes, sum);
-      size = 0;
-    } else if (type == "preview" && bytes(word, 8)) {
-      const uint64_t pixels = uint64_t(vplug::le32(word)) * vplug::le32(word + 4);  // read as RGBA bytes
-      size = pixels >> 60 ? -1 : int64_t(pixels * 4);
-    } else if (type == "box2i" && name == "dataWindow" && bytes(word, 16)) {
-      walk.width = std::max(walk.width, le32(word + 8) - le32(word) + 1);
-      walk.height = std::max(walk.height, le32(word + 12) - le32(word + 4) + 1);
-      size = 0;
-    }
-    if (size < 0 || size > fileBytes - at) {
-      walk.damagedAt = attribute;
-      break;
-    }
-    at += size;
-    if (at > fileBytes || fseek(f, long(at), SEEK_SET) != 0) break;
-  }
-  fclose(f);
-  return walk;
-}
 
 struct ExrCodec {
   static constexpr uint32_t flags = IMF_CAN_READ | IMF_CAN_WRITE;
@@ -98,15 +31,8 @@ struct ExrCodec {
 
   static bool read(const char* path, std::vector<Picture>& frames, std::string& why) {
     const int64_t fileBytes = vplug::fileSize(path);
-    const HeaderWalk walk = walkHeaders(path, fileBytes);
-    if (walk.damagedAt)
-      return why = "damaged at offset " + std::to_string(walk.damagedAt) + ": a header attribute runs past the end of the file", false;
-    // Checked before the library opens the file: its line buffers (up to 256 lines of the window's
-    // width) and the picture, which zip expands 1032 times at most.
-    const uint64_t line = uint64_t(std::clamp<int64_t>(walk.width, 0, 1 << 30)) * uint64_t(walk.pixelBytes);
-    if (!FLallocok(line * 256) || !FLdecodeok(line * uint64_t(std::clamp<int64_t>(walk.height, 0, 1 << 30)), fileBytes, 1032))
-      return why = "a data window of " + std::to_string(walk.width) + " x " + std::to_string(walk.height) + " cannot come from " +
-                   std::to_string(fileBytes) + " bytes", false;
+    why = exrHeaderRefusal(path);
+    if (!why.empty()) return false;
     Imf::InputFile in(path);
     const Imath::Box2i dw = in.header().dataWindow();
     const Imf::ChannelList& ch = in.header().channels();

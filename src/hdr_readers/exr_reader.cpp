@@ -1,6 +1,6 @@
 // HDR readers: OpenEXR files (scan lines or tiles, half or float, RGB[A] or Y[A]) through the
-// OpenEXR library. Sizes are checked before anything is allocated; whatever the library throws
-// on a damaged file is a refusal.
+// OpenEXR library. Headers are walked before the library opens a file (exrHeaderRefusal);
+// whatever it throws on a damaged file is a refusal.
 #include <half.h>
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
@@ -11,69 +11,17 @@
 #include <vora/foundation/fl.h>
 #include <vora/hdr_readers.h>
 
-#include "foundation/byteorder.h"
-
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <vector>
 
 namespace {
 
-// Before OpenEXR sees a file: its header's data window, channels, tiling and compression say how
-// large the picture is and how many chunks it has. Sides stay within 65535, the file must hold the
-// offset table (8 bytes a chunk), and the samples must be what its bytes can decode to (deflate's
-// 1032 to 1 at most). A small file declaring a huge picture would otherwise make the library
-// allocate line buffers and tables of gigabytes before reading a pixel.
-bool headerFits(const char* path) {
-  std::ifstream in(path, std::ios::binary | std::ios::ate);
-  if (!in) return false;
-  const uint64_t fileSize = uint64_t(in.tellg());
-  std::vector<char> h(size_t(std::min<uint64_t>(fileSize, 1 << 16)));
-  in.seekg(0);
-  if (h.size() < 8 || !in.read(h.data(), std::streamsize(h.size()))) return false;
-  auto i32 = [&](size_t at) { return int32_t(vora::le32(reinterpret_cast<const uint8_t*>(&h[at]))); };
-  if (i32(4) & 0x1000) return true;  // multi-part files: OpenEXR's own limits alone
-  int64_t x0 = 0, y0 = 0, x1 = -1, y1 = -1, tw = 0, th = 0, pixelBytes = 0;
-  int linesPerChunk = 1;
-  for (size_t at = 8; at < h.size();) {
-    const size_t name = at;
-    while (at < h.size() && h[at]) ++at;
-    if (at >= h.size()) return false;
-    if (at == name) break;  // the header's end
-    const std::string attr(&h[name], at - name);
-    for (++at; at < h.size() && h[at];) ++at;  // the type name
-    if (at + 5 > h.size()) return false;
-    const int32_t size = i32(++at);
-    at += 4;
-    if (size < 0 || at + size_t(size) > h.size()) return false;
-    if (attr == "dataWindow" && size >= 16) x0 = i32(at), y0 = i32(at + 4), x1 = i32(at + 8), y1 = i32(at + 12);
-    if (attr == "channels")  // name, then type, linear flag and reserved, x and y sampling
-      for (size_t c = at; c < at + size_t(size) && h[c];) {
-        while (c < at + size_t(size) && h[c]) ++c;
-        if (c + 17 > at + size_t(size)) return false;
-        pixelBytes += i32(c + 1) == 1 ? 2 : 4;  // half, or uint and float
-        c += 17;
-      }
-    if (attr == "tiles" && size >= 8) tw = uint32_t(i32(at)), th = uint32_t(i32(at + 4));
-    if (attr == "compression" && size >= 1) {
-      static const int lines[] = {1, 1, 1, 16, 32, 16, 32, 32, 32, 256};  // none, rle, zips, zip, piz, ...
-      linesPerChunk = uint8_t(h[at]) < 10 ? lines[uint8_t(h[at])] : 1;
-    }
-    at += size_t(size);
-  }
-  const int64_t w = x1 - x0 + 1, ht = y1 - y0 + 1;
-  if (w < 1 || ht < 1 || w > 65535 || ht > 65535 || pixelBytes < 1) return false;
-  if (!FLdecodeok(uint64_t(w) * uint64_t(ht) * uint64_t(pixelBytes), int64_t(fileSize), 1032)) return false;
-  const int64_t chunks = tw > 0 && th > 0 ? ((w + tw - 1) / tw) * ((ht + th - 1) / th) : (ht + linesPerChunk - 1) / linesPerChunk;
-  return uint64_t(chunks) * 8 <= fileSize;
-}
-
 class ExrReader : public ThdrImageFile {
  public:
   int open(const Tstring& path, ThdrImageFileInfo& info) override {
-    if (!headerFits(path.asChar())) return fail();
+    if (!exrHeaderRefusal(path.asChar()).empty()) return fail();
     try {
       // Threads as the process set them for OpenEXR (Imf::setGlobalThreadCount; none by default).
       file_ = std::make_unique<Imf::InputFile>(path.asChar());

@@ -76,6 +76,8 @@ TEST(HdrReaders, EqualOpenImageIoValueForValue) {
       {"grey.exr", "oiiotool --pattern noise:type=uniform:min=0:max=50 16x8 1 --chnames Y -d float -o grey.exr", "16 8 1 0 0 16 8\n", false, false},
       {"exrmaketiled.exr", "oiiotool " + gradient + "50x30 3 -d half -o s.exr && exrmaketiled -t 16 16 s.exr exrmaketiled.exr",
        "50 30 3 0 0 50 30\n", true, true},
+      {"multipart.exr", "oiiotool " + gradient + "20x10 3 -d half -o a.exr && oiiotool --pattern constant:color=1,2,3 20x10 3 -o b.exr"
+       " && exrmultipart -combine -i a.exr b.exr -o multipart.exr", "20 10 3 0 0 20 10\n", false, true},  // the first part
       {"rle.hdr", "oiiotool " + gradient + "64x32 3 -o rle.hdr", "64 32 3 0 0 64 32\n", false, false},
       {"narrow.hdr", "oiiotool " + gradient + "5x9 3 -o narrow.hdr", "5 9 3 0 0 5 9\n", false, false},  // flat lines
   };
@@ -155,6 +157,7 @@ TEST(HdrMalformed, DamagedFilesAreRefused) {
       {"header-cut.exr", Bytes(exr.begin(), exr.begin() + 60)},
       {"huge.exr", dataWindowOf(INT32_MAX - 1, 19)},
       {"inverted.exr", dataWindowOf(-5, -5)},
+      {"multipart-string.exr", vt::readFile(VORA_TEST_DATA "/hdr/bad/multipart-string-of-1.7-GB.exr")},  // found by fuzzing
       {"cut.hdr", Bytes(hdr.begin(), hdr.begin() + long(hdr.size() * 2 / 3))},
       {"huge.hdr", replaced(hdr, "-Y 20 +X 48", "-Y 2147483648 +X 48")},
       {"wide.hdr", replaced(hdr, "-Y 20 +X 48", "-Y 20000 +X 60000")},  // more than the file holds
