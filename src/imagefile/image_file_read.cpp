@@ -80,7 +80,9 @@ int TimageFile::readPixelMap(TpixelMap& map) {
   unsigned w = width(), h = height();
   if (want.width() && want.height() && (want.width() != w || want.height() != h)) {
     w = want.width(), h = want.height();
-    setZoom(int(w), int(h), 0.0f, 0.0f, 0.5f, 0.5f);
+    // Refused for float pixels: the lines would come at the file's size, not the map's.
+    if (setZoom(int(w), int(h), 0.0f, 0.0f, 0.5f, 0.5f) != 0)
+      return reportFormatted("s_TimageFileStrings.rImageFileLoadError3", filename_, FLstrerror(FLerror())), -1;
   }
   const bool wantDepth = map.wantDepthMap();
   if (!map.create(w, h)) return reportFormatted("s_TimageFileStrings.rImageFileLoadError3", filename_, FLstrerror(FL_ENOMEM)), -1;

@@ -223,8 +223,9 @@ IMAGE* iopen(const char* file, const char* mode, unsigned type, unsigned dim, un
       return fail(r, IL_ENOTIMAGE, "iopen: bad magic in image file %x\n", img->imagic);
     }
     // Refused before any table or row is allocated: more values than the file could hold
-    // (a run-length packet of two units gives at most 127 values).
-    const uint64_t values = uint64_t(img->xsize) * img->ysize * img->zsize * (bpc(img) == 2 ? 2 : 1);
+    // (a run-length packet of two units gives at most 127 values); a file declaring no channels
+    // still answers for its pixels, which readers allocate before they find nothing to read.
+    const uint64_t values = uint64_t(img->xsize) * img->ysize * std::max<uint64_t>(img->zsize, 1) * (bpc(img) == 2 ? 2 : 1);
     if (!FLdecodeok(values, r->fileSize, storage(img) == 1 ? 64 : 1))
       return fail(r, IL_ETOOLARGE, "iopen: image too large for its file\n");
     if (r->fileSize > 0) {

@@ -107,6 +107,9 @@ TEST(ImageFileRead, NativeConvertedAndFastLoadAgree) {
   ASSERT_EQ(f.readPixelMap(floats), 0);
   EXPECT_EQ(floats.pixel(0, 1), (Tpixel32{0x3f, 0x7f, 0xbf, 0}));
   EXPECT_EQ(floats.pixel(2, 0), (Tpixel32{0x99, 0xe5, 0x0c, 0x4c}));
+  TpixelMap resized;  // float pixels are not resampled: refused, not read at the file's size
+  resized.requestSize({0, 0, 4, 1});
+  EXPECT_EQ(f.readPixelMap(resized), -1);
   f.close();
   // 16-bit channels are no native file to read as it is: converted, their high bytes.
   TpixelMap deep;

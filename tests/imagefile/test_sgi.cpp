@@ -360,7 +360,7 @@ TEST(SgiMalformed, EveryDamageGivesItsMessage) {
     EXPECT_EQ(readAll(vt::readFile(VORA_TEST_DATA "/sgi/bad/" + file)), message == "ok" ? message : message + "\n") << file;
     ++files;
   }
-  EXPECT_EQ(files, 18);
+  EXPECT_EQ(files, 19);
   vt::Messages m;
   EXPECT_EQ(iopen("/tmp/x.sgi", "r+", 0, 0, 0, 0, 0), nullptr);
   EXPECT_TRUE(m.said("SGI image: iopen: read/write mode not supported\n"));
