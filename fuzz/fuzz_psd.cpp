@@ -1,5 +1,6 @@
 // Fuzz target: whole Photoshop documents: the structure, names, alpha list, every
-// layer's channel data decoded, and the composite decoded.
+// layer's channel data decoded, the composite and every alpha channel decoded, and the first
+// layer placed in the document.
 #include <cstdint>
 
 #include <vora/photoshop.h>
@@ -32,11 +33,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     TstringArray names;
     getLayerNames(doc, names);
     getLayerSetNames(doc, names);
-    doc->readAlphaList(names);
     if (doc->readAllChannelData() == 0)
       for (auto& layer : doc->layers()) decodeAll(layer->pixels);
     TrgbaData composite;
     if (doc->readFlattenedImage(composite) == 0) decodeAll(composite.pixelData());
+    TstringArray alpha;
+    doc->readAlphaList(alpha);
+    for (const Tstring& name : alpha)
+      if (doc->readAlphaChannel(name, composite) == 0) decodeAll(composite.pixelData());
+    if (!names.empty() && doc->readLayerImage(names.front(), composite) == 0) decodeAll(composite.pixelData());
   } catch (const TpsdException&) {  // the reader's documented exceptions
   }
   closePsdFile(file);

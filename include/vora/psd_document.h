@@ -204,12 +204,19 @@ class VORA_API TpsdFile : public TphotoshopFile {
   int readAlphaList(TstringArray& names);
   // The stored composite (raw or run-length) as TrgbaData: 0, or -1 on failure.
   int readFlattenedImage(TrgbaData& out);
+  // One alpha channel of the stored composite by its name (alphaNames()), as channel 0 of a
+  // one-channel TrgbaData: 0, or -1 with lastReadError().
+  int readAlphaChannel(const Tstring& name, TrgbaData& out);
   // fromLayers: the document's layers composited instead (RGB and grey documents), layers of
   // hidden sets left out; 4 channels (transparency last). 0, or -1 with lastReadError().
   int readFlattenedImage(TrgbaData& out, bool fromLayers);
   // The layers of the named set composited alone. An empty or hidden set gives a transparent
   // image and the warning rFileEmptyLayerSet; -1 when no set has the name.
   int readLayerSetImage(const Tstring& setName, TrgbaData& out);
+  // One layer's stored samples placed in the document at its rectangle (opacity, masks and blend
+  // mode not applied), transparent around it, or only its own rectangle; 4 channels, a grey
+  // layer's one in all three colours. 0, or -1 with lastReadError() (no layer of that name).
+  int readLayerImage(const Tstring& layerName, TrgbaData& out, bool ownRectangle = false);
   // The set record at index and every set around it are visible.
   bool isLayerSetVisible(size_t index) const;
   // For the texture facade (readAllChannelData): reads the records, then every
@@ -261,6 +268,8 @@ class VORA_API TpsdFile : public TphotoshopFile {
   TpsdLayer& addLayer(const Tstring& name, int32_t left, int32_t top, TpixelData16 pixels);
   void addLayerSet(const Tstring& name, size_t firstChild, bool open = true);
   void addAlphaChannel(const Tstring& name, TpixelData16 pixels);
+  // The alpha channel of that name added since create; false when there is none.
+  bool removeAlphaChannel(const Tstring& name);
   // Writes the document to path (empty: its own): the layers' channels by layerCompression, the
   // composite made from the layers over white (run-length at 8 bits, raw at 16) with the alpha
   // channels after it. 0, or -1 with lastReadError().
@@ -285,12 +294,16 @@ class VORA_API TpsdFile : public TphotoshopFile {
   // failures (a truncated or lying file, memory exhaustion) into its answer.
   Reading readStructure(PsdStream& in);
   Reading readWhole();
+  // The composite's colour channels, or the named alpha channel (alphaName not null).
+  int readCompositeChannels(const Tstring* alphaName, TrgbaData& out);
   void readLayerRecord(PsdStream& in, TpsdLayer& layer, std::vector<TpsdFileWarning::TpsdWarningMsg>& warnings);
   // For each set record, the index of its divider; -1 for other layers.
   std::vector<int> setBounds() const;
   // The pixel layers of [from, to) outside hidden sets, bottom first.
   std::vector<const TpsdLayer*> compositeList(size_t from, size_t to) const;
   int compositeInto(const std::vector<const TpsdLayer*>& list, TrgbaData& out);
+  // Throws PsdReadError when the document's pixels could not come from its file.
+  void checkDocumentSize() const;
   void noMemory();
   // The edge of every failing call: the text and code it leaves for lastReadError(), also kept
   // as the thread's last status.

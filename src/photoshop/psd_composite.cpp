@@ -198,21 +198,48 @@ std::vector<const TpsdLayer*> TpsdFile::compositeList(size_t from, size_t to) co
   return list;
 }
 
+void TpsdFile::checkDocumentSize() const {
+  // The document's buffers are sized by its header alone: held, as every size read from a file,
+  // to what the file could hold (a document built in memory has no file to answer to).
+  vora::platform::FileStatus st;
+  const int64_t stored = !created_ && vora::platform::fileStatus(path_.asChar(), st) == 0 ? st.size : -1;
+  const uint64_t bytes = uint64_t(width_) * height_ * 4 * (colorDepth() == k16Bits ? 2 : 1);
+  if (!FLdecodeok(bytes, stored, 1032))
+    throw PsdReadError(vora::Status(IL_ETOOLARGE, "the document's " + std::to_string(width_) + " x " +
+                                                      std::to_string(height_) + " pixels cannot come from a file of " +
+                                                      std::to_string(stored) + " bytes"));
+}
+
 int TpsdFile::compositeInto(const std::vector<const TpsdLayer*>& list, TrgbaData& out) {
   return guard(-1, -1, [&] {
-    // The document's buffers are sized by its header alone: held, as every size read from a file,
-    // to what the file could hold (a document built in memory has no file to answer to).
-    vora::platform::FileStatus st;
-    const int64_t stored = !created_ && vora::platform::fileStatus(path_.asChar(), st) == 0 ? st.size : -1;
-    const uint64_t bytes = uint64_t(width_) * height_ * 4 * (colorDepth() == k16Bits ? 2 : 1);
-    if (!FLdecodeok(bytes, stored, 1032))
-      throw PsdReadError(vora::Status(IL_ETOOLARGE, "the document's " + std::to_string(width_) + " x " +
-                                                        std::to_string(height_) + " pixels cannot come from a file of " +
-                                                        std::to_string(stored) + " bytes"));
+    checkDocumentSize();
     std::unique_ptr<TpixelData16> dest;
     blendLayersInSet(list, width_, height_, colorDepth(), dest);
     if (!dest) dest = std::make_unique<TpixelData16>(documentPixels(colorDepth(), width_, height_));
     out = TrgbaData(width_, height_, std::move(*dest), 4);
+    return 0;
+  });
+}
+
+int TpsdFile::readLayerImage(const Tstring& layerName, TrgbaData& out, bool ownRectangle) {
+  if (readAllChannelData() != 0) return -1;
+  TpsdLayer* layer = findLayer(layerName);
+  if (!layer || layer->sectionType != 0) {
+    setError(FL_ESTATE, "no layer named " + layerName.str());
+    return -1;
+  }
+  return guard(-1, -1, [&] {
+    checkDocumentSize();
+    const uint32_t w = ownRectangle ? layer->width() : width_, h = ownRectangle ? layer->height() : height_;
+    TpixelData16 placed(colorDepth());
+    for (PHOTOSHOP_CHANNEL id : {RED, GREEN, BLUE, TRANSPARENCY}) placed.addChannel(id, w, h, 0);
+    const int32_t rect[4] = {0, 0, int32_t(layer->width()), int32_t(layer->height())};
+    const int32_t at[2] = {ownRectangle ? 0 : layer->left, ownRectangle ? 0 : layer->top};
+    placed.copyRect(rect, at, layer->pixels);
+    if (colorMode_ == 1)  // grey: the one channel feeds the three colours, as in the composite
+      for (PHOTOSHOP_CHANNEL id : {GREEN, BLUE})
+        memcpy(placed.getChannelPixPtr(id), placed.getChannelPixPtr(RED), size_t(w) * h * placed.bytesPerChannel());
+    out = TrgbaData(w, h, std::move(placed), 4);
     return 0;
   });
 }

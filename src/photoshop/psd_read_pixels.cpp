@@ -1,5 +1,6 @@
-// The composite image (readFlattenedImage) and, for the facade, every layer's channel
-// data, kept compressed in the pixel data (decoded on demand).
+// The composite image (readFlattenedImage) and its alpha channels and, for the facade, every
+// layer's channel data, kept compressed in the pixel data (decoded on demand).
+#include <algorithm>
 #include <string>
 
 #include <vora/foundation/fl.h>
@@ -32,7 +33,11 @@ uint64_t checkChannelSize(PsdStream& in, uint64_t width, uint64_t height, uint32
 
 }  // namespace
 
-int TpsdFile::readFlattenedImage(TrgbaData& out) {
+int TpsdFile::readFlattenedImage(TrgbaData& out) { return readCompositeChannels(nullptr, out); }
+
+int TpsdFile::readAlphaChannel(const Tstring& name, TrgbaData& out) { return readCompositeChannels(&name, out); }
+
+int TpsdFile::readCompositeChannels(const Tstring* alphaName, TrgbaData& out) {
   clearError();
   PsdStream in(path_);
   if (!in.isOpen()) {
@@ -54,16 +59,25 @@ int TpsdFile::readFlattenedImage(TrgbaData& out) {
                                                  unsigned(compression_)));
       return -1;
     }
-    // The first three channels (all when there are fewer than four); alpha is for the alpha readers.
-    const uint32_t n = channels_ < 4 ? channels_ : 3, w = imageWidth(), h = imageHeight();
+    // The composite: the first three channels (all when there are fewer than four). An alpha
+    // channel: the names of resource 1006 belong to the last channels (a merged transparency,
+    // when there is one, stands before them).
+    uint32_t first = 0, count = channels_ < 4 ? channels_ : 3;
+    if (alphaName) {
+      const auto at = std::find(alphaNames_.begin(), alphaNames_.end(), *alphaName);
+      if (at == alphaNames_.end() || alphaNames_.size() > channels_) {
+        setError(FL_ESTATE, "no alpha channel named " + alphaName->str());
+        return -1;
+      }
+      first = channels_ - uint32_t(alphaNames_.size()) + uint32_t(at - alphaNames_.begin()), count = 1;
+    }
+    const uint32_t w = imageWidth(), h = imageHeight();
     const uint16_t max = colorDepth() == k16Bits ? 65535 : 255;
     TpixelData16 pixels(colorDepth());
-    // Every value at the maximum before reading: the channels' default value, filled when asked
-    // for (the channels read below replace theirs).
-    for (PHOTOSHOP_CHANNEL id : {RED, GREEN, BLUE, TRANSPARENCY}) pixels.addChannel(id, w, h, max);
     const uint32_t bps = pixels.bytesPerChannel();
     if (compression_ == RAW) {
-      for (uint32_t c = 0; c < n; ++c) {
+      in.skip(int64_t(uint64_t(w) * h * bps * first));
+      for (uint32_t c = 0; c < count; ++c) {
         auto id = PHOTOSHOP_CHANNEL(c);
         checkChannelSize(in, w, h, bps, in.remaining(), RAW, "the composite");
         uint64_t length = uint64_t(w) * h * bps;
@@ -75,14 +89,14 @@ int TpsdFile::readFlattenedImage(TrgbaData& out) {
     } else {
       // Row byte counts for every channel of the file, then each channel's rows.
       std::vector<uint8_t> table = in.bytes(uint64_t(h) * channels_ * 2, "the composite's row-length table");
-      for (uint32_t c = 0; c < n; ++c) {
-        auto id = PHOTOSHOP_CHANNEL(c);
+      auto rowBytes = [&](uint32_t c, uint32_t y) { return vora::be16(&table[(size_t(c) * h + y) * 2]); };
+      for (uint32_t c = 0; c < first; ++c)
+        for (uint32_t y = 0; y < h; ++y) in.skip(rowBytes(c, y));
+      for (uint32_t c = first; c < first + count; ++c) {
+        auto id = PHOTOSHOP_CHANNEL(c - first);
         std::vector<uint16_t> rows(h);
         uint64_t sum = 0;
-        for (uint32_t y = 0; y < h; ++y) {
-          rows[y] = vora::be16(&table[(size_t(c) * h + y) * 2]);
-          sum += rows[y];
-        }
+        for (uint32_t y = 0; y < h; ++y) sum += rows[y] = rowBytes(c, y);
         checkChannelSize(in, w, h, bps, sum, RLE, "the composite");
         pixels.addChannel(id, w, h, max);
         pixels.setCompressionMethod(id, RLE);
@@ -91,7 +105,11 @@ int TpsdFile::readFlattenedImage(TrgbaData& out) {
         pixels.setChannelDataLength(id, uint32_t(sum));
       }
     }
-    out = TrgbaData(w, h, std::move(pixels), n);
+    // The composite's missing channels at the maximum, the default filled when asked for.
+    if (!alphaName)
+      for (PHOTOSHOP_CHANNEL id : {RED, GREEN, BLUE, TRANSPARENCY})
+        if (!pixels.channel(id)) pixels.addChannel(id, w, h, max);
+    out = TrgbaData(w, h, std::move(pixels), count);
     return 0;
   });
 }

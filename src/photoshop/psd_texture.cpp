@@ -96,8 +96,8 @@ int TpsdTextureFile::readLayerSetPixels(const Tstring& setName, TrgbaData& out) 
   return psd() ? psd()->readLayerSetImage(setName, out) : -1;
 }
 
-int TpsdTextureFile::saveAs(const TfilePath& path) {
-  return document_ && savePsdFile(document_.get(), path) == kSuccess ? 0 : -1;
+int TpsdTextureFile::saveAs(const TfilePath& path, TCompressionMethod layerCompression) {
+  return psd() && psd()->save(path, layerCompression) == 0 ? 0 : -1;
 }
 
 int TpsdTextureFile::layerNames(TstringArray& names) { return psd() ? psd()->getAllLayerNames(names) : -1; }

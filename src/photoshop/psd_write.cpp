@@ -1,5 +1,6 @@
 // Writing documents: version 1, RGB or grey, 8 or 16 bits; layers with their records, sets,
 // transparency and user masks; alpha channels with names (resource 1006); the composite.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -172,6 +173,15 @@ void TpsdFile::addAlphaChannel(const Tstring& name, TpixelData16 pixels) {
   alphaNames_.push_back(name);
   alphaPixels_.push_back(std::move(pixels));
   saveNeeded_ = true;
+}
+
+bool TpsdFile::removeAlphaChannel(const Tstring& name) {
+  const auto at = std::find(alphaNames_.begin(), alphaNames_.end(), name);
+  if (at == alphaNames_.end() || !created_) return false;
+  alphaPixels_.erase(alphaPixels_.begin() + (at - alphaNames_.begin()));
+  alphaNames_.erase(at);
+  saveNeeded_ = true;
+  return true;
 }
 
 int TpsdFile::save(const TfilePath& path, TCompressionMethod layerCompression) {

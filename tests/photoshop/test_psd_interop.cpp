@@ -200,6 +200,18 @@ TEST(PsdInterop, VimgPsdInfoAndExtract) {
   EXPECT_EQ(out, "32 24 3 8\n");
   EXPECT_EQ(vt::sha256(vt::readFile(dir.path("c.raw"))), table("composites.tsv")[0][1]);
 
+  // Built back: the composite as a layer inside a set, its red samples as an alpha channel that
+  // extracts to ImageMagick's red of the same file.
+  ASSERT_EQ(vt::vimg("psd create " + dir.path("m.psd") + " --layer 'c=" + dir.path("c.png") + ":set=s:opacity=9' "
+                     "--alpha a=" + dir.path("all/layers/00_Background.png") + " --compress zip", &out), 0) << out;
+  ASSERT_EQ(vt::vimg("psd info " + dir.path("m.psd"), &out), 0);
+  EXPECT_NE(out.find("[2] open set \"s\" blend pass\n      [1] \"c\" rect (0, 0)-(32, 24) 32x24, blend 8BIM/norm, opacity 9"),
+            std::string::npos) << out;
+  ASSERT_EQ(vt::vimg("psd extract " + dir.path("m.psd") + " --alpha a " + dir.path("a.png"), &out), 0) << out;
+  std::string ours, im;
+  vt::run("/usr/bin/convert " + dir.path("a.png") + " -depth 8 gray:- | sha256sum", &ours);
+  vt::run("/usr/bin/convert " + dir.path("all/layers/00_Background.png") + " -channel R -separate -depth 8 gray:- | sha256sum", &im);
+  EXPECT_EQ(ours, im);
   EXPECT_EQ(vt::vimg("psd extract " + doc + " --layer nosuch " + dir.path("x.png"), &out), 1);
   EXPECT_NE(out.find("no layer named \"nosuch\""), std::string::npos);
   EXPECT_EQ(vt::vimg("psd info " + kDir + "layers.tsv", &out), 1);

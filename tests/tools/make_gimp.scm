@@ -23,3 +23,29 @@
     (gimp-drawable-fill inner FILL-WHITE)
     (file-psd-save RUN-NONINTERACTIVE image bg filename filename 1 0)
     (gimp-image-delete image)))
+
+;; Made tests/data/psd/gimp_rgb8_alpha_channels.psd (the same GIMP):
+;;   gimp-console-2.10 -i -d -f -b '(begin (load "make_gimp.scm")
+;;     (vora-make-alpha-psd "gimp_rgb8_alpha_channels.psd") (gimp-quit 0))'
+;; One layer and two alpha channels: "mask a", white over the rectangle (4, 2)-(12, 10) and black
+;; around it; "mask b", grey 128 everywhere.
+(define (vora-make-alpha-psd filename)
+  (let* ((image (car (gimp-image-new 24 16 RGB)))
+         (bg (car (gimp-layer-new image 24 16 RGBA-IMAGE "Background" 100 LAYER-MODE-NORMAL)))
+         (a (car (gimp-channel-new image 24 16 "mask a" 50 '(255 0 0))))
+         (b (car (gimp-channel-new image 24 16 "mask b" 50 '(0 0 255)))))
+    (gimp-image-insert-layer image bg 0 -1)
+    (gimp-context-set-foreground '(30 60 90))
+    (gimp-drawable-fill bg FILL-FOREGROUND)
+    (gimp-image-insert-channel image a 0 0)
+    (gimp-image-insert-channel image b 0 1)
+    (gimp-context-set-background '(0 0 0))
+    (gimp-drawable-fill a FILL-BACKGROUND)
+    (gimp-image-select-rectangle image CHANNEL-OP-REPLACE 4 2 8 8)
+    (gimp-context-set-foreground '(255 255 255))
+    (gimp-drawable-edit-fill a FILL-FOREGROUND)
+    (gimp-selection-none image)
+    (gimp-context-set-foreground '(128 128 128))
+    (gimp-drawable-fill b FILL-FOREGROUND)
+    (file-psd-save RUN-NONINTERACTIVE image bg filename filename 1 0)
+    (gimp-image-delete image)))

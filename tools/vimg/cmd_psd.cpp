@@ -19,7 +19,7 @@ using namespace ktPhotoshop;
 namespace {
 
 struct Options {
-  std::string file, layer, out, set;
+  std::string file, layer, out, set, alpha;
   bool json = false, composite = false, all = false;
   int bits = 0;
 };
@@ -244,12 +244,18 @@ Image toImage(TpixelData16& px, uint32_t width, uint32_t height, bool grey, int6
 }
 
 void extract(const Options& o) {
-  if (o.composite == !o.layer.empty()) return fail("psd extract: give one of --layer NAME, --composite, --all", kStatusUsage);
+  if (int(o.composite) + !o.layer.empty() + !o.alpha.empty() != 1)
+    return fail("psd extract: give one of --layer NAME, --composite, --alpha NAME, --all", kStatusUsage);
   std::unique_ptr<TpsdFile> doc;
   TrgbaData composite;
   Image img;
   bool grey = false, runLength = false;
-  if (o.composite) {
+  if (!o.alpha.empty()) {  // one channel: a grey picture
+    if (!open(o.file, doc)) return;
+    if (doc->readAlphaChannel(o.alpha.c_str(), composite) != 0) return fail(o.file + ": " + doc->lastReadError().str());
+    img = toImage(composite.pixelData(), composite.width(), composite.height(), true, fileBytes(o.file));
+    runLength = doc->compression() == RLE;
+  } else if (o.composite) {
     if (!open(o.file, doc)) return;
     if (doc->readFlattenedImage(composite) != 0) return fail(o.file + ": " + doc->lastReadError().str());
     grey = composite.channelCount() < 3;
@@ -337,6 +343,7 @@ void registerPsd(CLI::App& app) {
   ext->add_option("out", o.out, "image to write (format by extension, as vimg convert)")->required();
   ext->add_option("--layer", o.layer, "the layer of this name (the first from the bottom)");
   ext->add_flag("--composite", o.composite, "the stored composite image");
+  ext->add_option("--alpha", o.alpha, "the alpha channel of this name, as a grey image");
   ext->add_flag("--all", o.all, "every layer, as OUT/NN_NAME.png (OUT a directory)");
   ext->add_option("--bits", o.bits, "8 or 16 bits per channel in the output (default: the document's)")
       ->check(CLI::IsMember({8, 16}));
