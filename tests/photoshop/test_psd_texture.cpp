@@ -106,15 +106,11 @@ TEST(PsdTexture, AlphaChannelsAndLayersAsGimpPaintedThem) {
   EXPECT_EQ(map.pixel(23, 0), (Tpixel32{10, 40, 200, 255}));
   EXPECT_EQ(doc.readPixels8Layer("no such layer", a), -1);
   vt::TempDir d;
-  TpsdFile wide;
-  wide.setColorDepth(16);
-  unsigned short w = 2, h = 1;
-  ASSERT_EQ(wide.create(d.path("w.psd").c_str(), w, h), 0);
+  TpsdTextureFile wide, narrow;
   TpixelData16 px(k16Bits, 2, 1, true);
   for (uint32_t i = 0; i < 2; ++i) px.setRed(i, uint16_t(0x1234 + i * 0x8000)), px.setTrans(i, 0xFFFF);
-  wide.addLayer("l", 0, 0, std::move(px));
-  ASSERT_EQ(wide.save(Tstring(), RAW), 0);
-  TpsdTextureFile narrow;
+  ASSERT_EQ(wide.create(d.path("w.psd").c_str(), 2, 1, 16), 0);
+  ASSERT_EQ(wide.createLayer("l", 0, 0, std::move(px)) | wide.saveAs(TfilePath(std::string()), RAW), 0);
   ASSERT_EQ(narrow.openWithoutCache(d.path("w.psd").c_str(), false), 0);
   ASSERT_EQ(narrow.readPixels8Layer("l", a), 0);
   EXPECT_EQ(a, (std::vector<uint8_t>{0x12, 0, 0, 255, 0x92, 0, 0, 255}));

@@ -2,6 +2,7 @@
 // description, what it holds) and each file refused with the reason; plugins probe FILE: which
 // plug-in claims a file.
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include <vora/imf.h>
@@ -80,16 +81,17 @@ void probe(const Options& o) {
 }  // namespace
 
 void registerPlugins(CLI::App& app) {
-  static Options o;
+  auto op = std::make_shared<Options>();  // one per run: vimg can run again in one process
+  Options& o = *op;
   CLI::App* p = app.add_subcommand("plugins", "format plug-ins: the search path, each plug-in found and each refused");
   p->add_flag("--json", o.json, "one JSON document");
-  p->callback([] {
-    if (o.file.empty()) list(o);
+  p->callback([op] {
+    if (op->file.empty()) list(*op);
   });
   CLI::App* pr = p->add_subcommand("probe", "which plug-in claims a file");
   pr->add_option("file", o.file, "the file")->required();
   pr->add_flag("--json", o.json, "one JSON document");
-  pr->callback([] { guarded(o.file, [] { probe(o); }); });
+  pr->callback([op] { guarded(op->file, [op] { probe(*op); }); });
 }
 
 }  // namespace vimg

@@ -2,6 +2,7 @@
 // layer's or the composite's pixels to an image file.
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -333,11 +334,12 @@ void extractAll(const Options& o) {
 void registerPsd(CLI::App& app) {
   auto* psd = app.add_subcommand("psd", "Photoshop documents: describe, extract, composite the layers, create");
   psd->require_subcommand(1);
-  static Options o;
+  auto op = std::make_shared<Options>();  // one per run: vimg can run again in one process
+  Options& o = *op;
   auto* inf = psd->add_subcommand("info", "header, resources, the layer tree, channels, masks and warnings");
   inf->add_option("file", o.file, "Photoshop document (.psd)")->required();
   inf->add_flag("--json", o.json, "one JSON document for scripts");
-  inf->callback([] { guarded(o.file, [] { info(o); }); });
+  inf->callback([op] { guarded(op->file, [op] { info(*op); }); });
   auto* ext = psd->add_subcommand("extract", "write a layer's or the composite's pixels to an image file");
   ext->add_option("file", o.file, "Photoshop document (.psd)")->required();
   ext->add_option("out", o.out, "image to write (format by extension, as vimg convert)")->required();
@@ -347,14 +349,14 @@ void registerPsd(CLI::App& app) {
   ext->add_flag("--all", o.all, "every layer, as OUT/NN_NAME.png (OUT a directory)");
   ext->add_option("--bits", o.bits, "8 or 16 bits per channel in the output (default: the document's)")
       ->check(CLI::IsMember({8, 16}));
-  ext->callback([] { guarded(o.file, [] { o.all ? extractAll(o) : extract(o); }); });
+  ext->callback([op] { guarded(op->file, [op] { op->all ? extractAll(*op) : extract(*op); }); });
   auto* comp = psd->add_subcommand("composite", "composite the layers (not the stored composite) to an image file");
   comp->add_option("file", o.file, "Photoshop document (.psd)")->required();
   comp->add_option("out", o.out, "image to write, with transparency")->required();
   comp->add_option("--set", o.set, "only the layers of this layer set");
   comp->add_option("--bits", o.bits, "8 or 16 bits per channel in the output (default: the document's)")
       ->check(CLI::IsMember({8, 16}));
-  comp->callback([] { guarded(o.file, [] { composite(o); }); });
+  comp->callback([op] { guarded(op->file, [op] { composite(*op); }); });
   registerPsdCreate(*psd);
 }
 
