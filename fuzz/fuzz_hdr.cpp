@@ -1,7 +1,8 @@
 // Fuzz target: the HDR readers (Radiance RGBE of our own, OpenEXR through its library) on
 // arbitrary bytes: OpenEXR's magic number picks the EXR reader, anything else the Radiance one.
 // Pixels are read only for small pictures (4096 samples at most): what is ours, the window and
-// size checks before allocating, is reached at every size, and the decoders stay quick.
+// size checks before allocating, is reached at every size, and the decoders stay quick. A read
+// answers 0 or -1, nothing else.
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -19,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   TgenericPixelMap<float> map;
   if (reader->open(path.c_str(), info) == 0 && int64_t(info.values[5]) * info.values[6] <= 4096 &&
       int64_t(info.values[0]) * info.values[1] <= 4096)
-    reader->read(map, size % 2 ? kHdrReadDisplayWindow : 0);
+    if (int r = reader->read(map, size % 2 ? kHdrReadDisplayWindow : 0); r != 0 && r != -1) __builtin_trap();
   remove(path.c_str());
   return 0;
 }

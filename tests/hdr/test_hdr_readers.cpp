@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -171,15 +170,6 @@ TEST(HdrMalformed, DamagedFilesAreRefused) {
     std::string out;
     EXPECT_EQ(vt::vimg("hdr info " + d.path(c.name), &out), 1) << c.name << ": " << out;
     EXPECT_EQ(out.find("vimg: " + d.path(c.name) + ": "), 0u) << out;
-  }
-  std::mt19937 rng(5);  // flipped bytes: an answer either way, never a crash
-  for (int round = 0; round < 200; ++round) {
-    const bool isExr = round % 2;
-    Bytes b = isExr ? exr : hdr;
-    for (int e = 0; e < 3; ++e) b[rng() % b.size()] = uint8_t(rng());
-    vt::writeFile(d.path(isExr ? "m.exr" : "m.hdr"), b);
-    Read r = readHdr(d.path(isExr ? "m.exr" : "m.hdr"));
-    EXPECT_TRUE(r.status == 0 || r.status == -1);
   }
 }
 

@@ -255,17 +255,6 @@ TEST(AviMalformed, DamagedFilesAreRefusedWithAReason) {
     EXPECT_EQ(vt::vimg("info " + bad, &out), 1) << c.what;
     EXPECT_EQ(out.find("vimg: " + bad + ": "), 0u) << out;
   }
-  std::mt19937 rng(3);  // flipped bytes: an answer either way, and a reason with every refusal
-  for (int round = 0; round < 300; ++round) {
-    Bytes b = whole;
-    for (int e = 0; e < 4; ++e) b[rng() % b.size()] = rng() % 2 ? 0xFF : uint8_t(rng());
-    vt::writeFile(bad, b);
-    TaviFileInfo info;
-    Tstring why;
-    if (!aviFileInfo(bad, info, why)) {
-      EXPECT_FALSE(why.isEmpty()) << round;
-    }
-  }
 }
 
 TEST(VimgMovie, SequencesCodecsAndMismatchedFrames) {

@@ -344,11 +344,10 @@ TEST(PluginInterop, FramesOfGifAndTiff) {
   }
 }
 
-// Every sample cut short and with bytes flipped: each read ends in an answer, never a crash
-// (the suite also runs under ASan and UBSan); a file cut inside its header is refused.
-TEST(PluginMalformed, TruncatedAndFlippedFilesFailCleanly) {
+// Every sample cut short: each read ends in an answer, never a crash (the suite also runs under
+// ASan and UBSan; flipped bytes are the fuzz targets' part); a file cut inside its header is refused.
+TEST(PluginMalformed, TruncatedFilesFailCleanly) {
   vt::TempDir d;
-  std::mt19937 rng(11);
   for (const std::string& f : samples()) {
     const vt::Bytes good = vt::readFile(f);
     const std::string bad = d.path("bad" + fs::path(f).extension().string());
@@ -358,12 +357,6 @@ TEST(PluginMalformed, TruncatedAndFlippedFilesFailCleanly) {
       if (n <= 12) {
         EXPECT_EQ(r.w, 0) << f << " cut to " << n;
       }
-    }
-    for (int round = 0; round < 12; ++round) {
-      vt::Bytes b = good;
-      for (int k = 0; k < 4; ++k) b[rng() % b.size()] = uint8_t(rng());
-      vt::writeFile(bad, b);
-      ours(bad, int(rng() % 2));
     }
   }
 }
