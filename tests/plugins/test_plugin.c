@@ -38,7 +38,16 @@ typedef struct {
 
 static unsigned le32(const unsigned char* p) { return p[0] | p[1] << 8 | p[2] << 16 | (unsigned)p[3] << 24; }
 
-static int probe(const unsigned char* head, size_t n) { return n >= 4 && memcmp(head, "TST1", 4) == 0; }
+/* The depth build writes the same format but claims no file: its files are read by the tests byte
+ * by byte, and the plain build, loaded beside it in one process, keeps "TST1" to itself. */
+static int probe(const unsigned char* head, size_t n) {
+#ifdef TEST_DEPTH
+  (void)head, (void)n;
+  return 0;
+#else
+  return n >= 4 && memcmp(head, "TST1", 4) == 0;
+#endif
+}
 
 static void* openRead(const char* path, IMF_image* image, char* error, size_t errorSize) {
   unsigned char head[12];
