@@ -136,6 +136,9 @@ class VORA_API TpsdLayer {
   bool isVisible() const { return !(flags & 2); }  // flags bit 1: hidden
   bool isLayerSet() const { return sectionType == 1 || sectionType == 2; }
   const TpsdInfoBlock* block(uint32_t key) const;
+  // New samples (channels 0-2 and -1; the masks keep their own rectangles): the rectangle follows
+  // their size from (left, top). False, nothing changed, when those channels differ in size.
+  bool setPixels(TpixelData16 samples);
 };
 using TpsdLayerPtrArray = std::vector<std::unique_ptr<TpsdLayer>>;
 
@@ -263,7 +266,9 @@ class VORA_API TpsdFile : public TphotoshopFile {
 
   // Building a document (after create): layers go on top of the ones added before; pixels hold
   // channels 0-2 (0 alone for grey), -1 transparency, -2 user mask (placed at the layer's mask
-  // rectangle). A set takes the layers from firstChild up. Alpha channels are document-sized.
+  // rectangle). Colour and transparency channels of different sizes leave the layer empty
+  // (TpsdLayer::setPixels). A set takes the layers from firstChild up. Alpha channels are
+  // document-sized.
   void setColorMode(uint16_t mode);  // 1 grey, 3 RGB
   TpsdLayer& addLayer(const Tstring& name, int32_t left, int32_t top, TpixelData16 pixels);
   void addLayerSet(const Tstring& name, size_t firstChild, bool open = true);

@@ -16,6 +16,19 @@ void TphotoshopFile::setColorDepth(unsigned depth) {
   else throw TpsdException("Invalid color depth");
 }
 
+bool TpsdLayer::setPixels(TpixelData16 samples) {
+  const Tchannel* first = nullptr;
+  for (PHOTOSHOP_CHANNEL id : samples.channelListArray()) {
+    const Tchannel* c = samples.channel(id);
+    if (id < TRANSPARENCY) continue;  // the masks have rectangles of their own
+    if (first && (c->width != first->width || c->height != first->height)) return false;
+    if (!first) first = c;
+  }
+  right = left + int32_t(first ? first->width : 0), bottom = top + int32_t(first ? first->height : 0);
+  pixels = std::move(samples);
+  return true;
+}
+
 const TpsdInfoBlock* TpsdLayer::block(uint32_t key) const {
   for (const TpsdInfoBlock& b : additionalInfo)
     if (b.key == key) return &b;

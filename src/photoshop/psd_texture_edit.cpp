@@ -27,8 +27,11 @@ int TpsdTextureFile::create(const TfilePath& path, uint16_t width, uint16_t heig
 
 int TpsdTextureFile::createLayer(const Tstring& name, int32_t left, int32_t top, TpixelData16 pixels) {
   if (!built() || pixels.format() != built()->colorDepth()) return -1;
-  built()->addLayer(name, left, top, std::move(pixels));
-  return 0;
+  auto& layers = built()->layers();
+  built()->addLayer(name, left, top, TpixelData16(pixels.format()));
+  if (layers.back()->setPixels(std::move(pixels))) return 0;
+  layers.pop_back();
+  return -1;
 }
 
 int TpsdTextureFile::createLayerSet(const Tstring& name) {
@@ -50,11 +53,7 @@ int TpsdTextureFile::writePixels(const Tstring& layerName, TpixelData16 pixels) 
   const long i = built() ? indexOf(layerName) : -1;
   if (i < 0 || pixels.format() != psd()->colorDepth()) return -1;
   TpsdLayer& l = *psd()->layers()[size_t(i)];
-  if (l.sectionType != 0) return -1;
-  const Tchannel* first = pixels.channel(RED) ? pixels.channel(RED) : pixels.channel(TRANSPARENCY);
-  l.right = l.left + int32_t(first ? first->width : 0), l.bottom = l.top + int32_t(first ? first->height : 0);
-  l.pixels = std::move(pixels);
-  return 0;
+  return l.sectionType == 0 && l.setPixels(std::move(pixels)) ? 0 : -1;
 }
 
 int TpsdTextureFile::deleteLayer(const Tstring& name) {

@@ -142,11 +142,8 @@ TpsdLayer& TpsdFile::addLayer(const Tstring& name, int32_t left, int32_t top, Tp
   auto layer = std::make_unique<TpsdLayer>(colorDepth());
   layer->name = name;
   layer->left = left, layer->top = top;
-  const Tchannel* first = pixels.channel(RED) ? pixels.channel(RED) : pixels.channel(TRANSPARENCY);
-  layer->right = left + int32_t(first ? first->width : 0);
-  layer->bottom = top + int32_t(first ? first->height : 0);
+  layer->setPixels(std::move(pixels));
   layer->blendKey = fourCC("norm");
-  layer->pixels = std::move(pixels);
   layers_.push_back(std::move(layer));
   saveNeeded_ = true;
   return *layers_.back();

@@ -156,12 +156,14 @@ TEST(PsdTexture, BuiltDocumentAsPsdToolsReadsIt) {
   ASSERT_EQ(t.createChannel("gone", std::move(gone)), 0);
   ASSERT_EQ(t.createChannel("spec", std::move(spec)), 0);
   ASSERT_EQ(t.deleteChannel("gone"), 0);
-  TpixelData16 small(k8Bits), deep(k16Bits, 2, 2, true);
+  TpixelData16 small(k8Bits), deep(k16Bits, 2, 2, true), ragged = pattern(2, 2, 0), ragged2 = pattern(2, 2, 0);
   small.addChannel(RED, 19, 10);
+  for (TpixelData16* r : {&ragged, &ragged2}) r->addChannel(TRANSPARENCY, 3, 2);  // unlike the colours
   const std::vector<int> refused = {t.addNewLayerToSet("bg", "x", 0, 0, pattern(1, 1, 0)), t.setLayerOpacity("nope", 1),
                                     t.createLayer("deep", 0, 0, std::move(deep)), t.createChannel("small", std::move(small)),
-                                    t.deleteChannel("nope"), t.deleteLayer("nope")};
-  EXPECT_EQ(refused, std::vector<int>(6, -1));
+                                    t.deleteChannel("nope"), t.deleteLayer("nope"),
+                                    t.createLayer("ragged", 0, 0, std::move(ragged)), t.writePixels("top", std::move(ragged2))};
+  EXPECT_EQ(refused, std::vector<int>(8, -1));
   ASSERT_EQ(t.saveAs(TfilePath(std::string())), 0);
 
   std::string pt;
