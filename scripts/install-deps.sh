@@ -12,8 +12,8 @@ PACKAGES=(
   libavcodec-dev libavutil-dev libswscale-dev
   # OpenEXR files (the HDR readers) and its tools (exrmaketiled makes test files)
   libopenexr-dev openexr
-  # the bundled format plug-ins: PNG, JPEG, TIFF, GIF and WebP through their reference libraries
-  libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev libwebp-dev
+  # the bundled format plug-ins: PNG, JPEG, TIFF, GIF, WebP and JPEG 2000 through their reference libraries
+  libpng-dev libjpeg62-turbo-dev libtiff-dev libgif-dev libwebp-dev libopenjp2-7-dev
   # Tstring::matchesRegexp: linear-time matching, safe on very long names
   libre2-dev
   # tests and benchmarks

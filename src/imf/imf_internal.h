@@ -15,6 +15,7 @@ struct Registered {
   IMF_format format{};
   IMF_plugin table{};  // the plug-in's entry points, as of this library's version
   std::string key, name, extension, description, path;
+  std::vector<std::string> otherExtensions;  // after the first word of imageExtension
 };
 
 struct Registry {

@@ -68,8 +68,11 @@ const IMF_format* find(const char* name) {
   Registry& r = registry();
   for (const auto& f : r.formats)
     if (sameIgnoringCase(f->format.key, name)) return &f->format;
-  for (const auto& f : r.formats)
+  for (const auto& f : r.formats) {
     if (f->format.extension && sameIgnoringCase(f->format.extension, name)) return &f->format;
+    for (const std::string& e : f->otherExtensions)
+      if (sameIgnoringCase(e.c_str(), name)) return &f->format;
+  }
   return nullptr;
 }
 
@@ -111,8 +114,13 @@ int IMF_init(int, IMF_load_callback callback) {
     f->key = key, f->path = path;
     const char* n = text(library, "imageName");
     f->name = n ? n : key;
+    // Names are made with the first extension; the others are found as well ("heic avif").
     const char* e = text(library, "imageExtension");
-    f->extension = e ? e : "";
+    for (const char* at = e ? e : ""; *at;) {
+      const size_t n = strcspn(at, " "), skip = n + strspn(at + n, " ");
+      if (n) (f->extension.empty() ? f->extension : f->otherExtensions.emplace_back()) = std::string(at, n);
+      at += skip;
+    }
     const char* d = text(library, "imageDescription");
     f->description = d ? d : "";
     IMF_format& fmt = f->format;

@@ -26,7 +26,7 @@
 IMF_PLUGIN_EXPORT const char* type = TEST_TYPE;
 IMF_PLUGIN_EXPORT const char* program = TEST_PROGRAM;
 IMF_PLUGIN_EXPORT const char* imageKey = TEST_KEY;
-IMF_PLUGIN_EXPORT const char* imageExtension = "tst";
+IMF_PLUGIN_EXPORT const char* imageExtension = "tst  tsx"; /* files are named .tst; .tsx finds it too */
 IMF_PLUGIN_EXPORT const char* imageName = "Test";
 IMF_PLUGIN_EXPORT const char* imageDescription = "the suite's test format";
 

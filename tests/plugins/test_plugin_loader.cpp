@@ -124,6 +124,8 @@ TEST(Imf, WriteReadAndRefusals) {
   const IMF_format* f = IMF_find("TST");
   ASSERT_NE(f, nullptr);
   EXPECT_EQ(IMF_find("tst"), f);
+  EXPECT_EQ(IMF_find("TSX"), f);  // a further extension; names are made with the first
+  EXPECT_STREQ(f->extension, "tst");
   EXPECT_EQ(f->flags & IMF_MULTIFRAME, 0u);
   vt::TempDir d;
   IMF_info info;

@@ -10,7 +10,7 @@ trap 'rm -rf "$t"' EXIT
 convert -size 23x17 gradient:red-blue \( -size 23x17 xc: +noise Random -blur 0x0.5 \) -compose blend \
   -define compose:args=30 -composite -depth 8 "$t/rgb.png"
 convert "$t/rgb.png" \( -size 23x17 gradient:white-black -level 20%,80% \) -alpha off -compose copy_opacity -composite "$t/rgba.png"
-mkdir -p "$out"/{png,jpeg,tiff,exr,gif,webp,tga,bmp}
+mkdir -p "$out"/{png,jpeg,tiff,exr,gif,webp,tga,bmp,jp2,hdr}
 convert "$t/rgba.png" "$out/png/im_rgba8.png"
 convert "$t/rgb.png" -colorspace gray -depth 16 "$out/png/im_grey16.png"
 convert "$t/rgb.png" -colors 7 PNG8:"$out/png/im_palette.png"
@@ -45,3 +45,9 @@ convert "$t/rgb.png" -colors 12 -type palette -compress rle "$out/bmp/im_rle4.bm
 convert "$t/rgb.png" -define bmp:subtype=RGB565 "$out/bmp/im_rgb565.bmp"
 convert "$t/rgb.png" -monochrome "$out/bmp/im_bilevel.bmp"
 oiiotool "$t/rgb.png" -o "$out/bmp/oiio_rgb24.bmp"
+convert "$t/rgba.png" "$out/jp2/im_rgba8.jp2"
+convert "$t/rgb.png" -depth 16 "$out/jp2/im_rgb16.j2k"
+convert "$t/rgb.png" -colorspace gray -depth 12 "$out/jp2/im_grey12.jp2"
+convert "$t/rgba.png" -colorspace gray "$out/jp2/im_grey_alpha8.jp2"
+convert "$t/rgb.png" "$out/hdr/im_rgb.hdr"
+oiiotool "$t/rgb.png" -o "$out/hdr/oiio_rgb.hdr"
