@@ -1,5 +1,6 @@
 // JPEG 2000 through OpenJPEG: JP2 files and bare codestreams (.j2k, .j2c, .jpc) of one to four
-// components of 1 to 16 bits, read as 8-bit (up to 8 bits) or 16-bit grey or RGB with matte;
+// components of 1 to 16 bits and one size (subsampled alike, or not), read as 8-bit (up to 8 bits)
+// or 16-bit grey or RGB with matte at the components' size;
 // written reversibly (lossless) unless a "ratio" (a compression ratio above 1) asks for the
 // irreversible wavelet at that size.
 #include <openjpeg.h>
@@ -85,19 +86,20 @@ struct Jp2Codec {
     return (n >= 12 && memcmp(h, kJp2Signature, 12) == 0) || (n >= 4 && memcmp(h, kCodestream, 4) == 0);
   }
 
-  // The picture's layout from the decoded header: components of the whole picture's size, at most
-  // 16 bits, in a colour space read as grey or RGB.
-  static bool layout(const opj_image_t& im, int& colour, int& matte, int& bits, std::string& why) {
+  // The picture's layout from the decoded header: components of at most 16 bits and one size, in a
+  // colour space read as grey or RGB.
+  static bool layout(const opj_image_t& im, int& colour, int& matte, int& bits, uint32_t& w, uint32_t& h, std::string& why) {
     if (im.numcomps < 1 || im.x1 <= im.x0 || im.y1 <= im.y0) return why = "no picture in the codestream", false;
     if (im.color_space == OPJ_CLRSPC_SYCC || im.color_space == OPJ_CLRSPC_EYCC || im.color_space == OPJ_CLRSPC_CMYK)
       return why = "colour space " + std::to_string(int(im.color_space)) + " is not read", false;
     const unsigned used = std::min(im.numcomps, 4u);
     unsigned prec = 0;
+    w = h = 0;
     for (unsigned c = 0; c < used; ++c) {
       const opj_image_comp_t& k = im.comps[c];
-      if (k.dx != 1 || k.dy != 1) return why = "subsampled components are not read", false;
+      if (k.w == 0 || k.h == 0 || (c && (k.w != w || k.h != h))) return why = "components of different sizes", false;
       if (k.prec < 1 || k.prec > 16) return why = "components of " + std::to_string(k.prec) + " bits", false;
-      prec = std::max(prec, k.prec);
+      prec = std::max(prec, k.prec), w = k.w, h = k.h;
     }
     colour = used >= 3 ? 3 : 1, matte = used == 2 || used == 4, bits = prec <= 8 ? 8 : 16;
     return true;
@@ -124,10 +126,12 @@ struct Jp2Codec {
     if (!opj_setup_decoder(s.codec, &params) || !opj_read_header(s.stream, s.codec, &s.image))
       return failed(why, "damaged JPEG 2000 header");
     int colour, matte, bits;
-    if (!layout(*s.image, colour, matte, bits, why)) return false;
-    const uint64_t w = s.image->x1 - s.image->x0, h = s.image->y1 - s.image->y0;
-    // OpenJPEG holds every sample of every component as 32 bits while it decodes.
-    if (w > (1u << 20) || h > (1u << 20) || !FLallocok(w * h * s.image->numcomps * 4))
+    uint32_t w, h;
+    if (!layout(*s.image, colour, matte, bits, w, h, why)) return false;
+    // OpenJPEG holds every sample of every component as 32 bits while it decodes: at most the
+    // reference grid's size each.
+    const uint64_t grid = uint64_t(s.image->x1 - s.image->x0) * (s.image->y1 - s.image->y0);
+    if (w > (1u << 20) || h > (1u << 20) || !FLallocok(grid * s.image->numcomps * 4))
       return why = std::to_string(w) + " x " + std::to_string(h) + " pixels of " + std::to_string(s.image->numcomps) + " components", false;
     frames.resize(1);
     Picture& p = frames[0];
