@@ -8,7 +8,7 @@
  *       const char* type = "image";  const char* program = "Ferrant";  const char* imageKey = "png";
  *       const char* imageExtension = "png";  const char* imageName = "PNG";
  *       const char* imageDescription = "Portable Network Graphics";   (the last three optional)
- *     imageExtension may list several, separated by spaces ("heic avif"): each finds the format
+ *     imageExtension may list several, separated by spaces ("jp2 j2k"): each finds the format
  *     (IMF_find), and the first is the one that files written in it are named with.
  *   - one function, IMF_PLUGIN_ENTRY_SYMBOL, returning its table of entry points (IMF_plugin),
  *     whose first two fields are IMF_PLUGIN_ABI_VERSION and sizeof(IMF_plugin). A table of an

@@ -114,7 +114,7 @@ int IMF_init(int, IMF_load_callback callback) {
     f->key = key, f->path = path;
     const char* n = text(library, "imageName");
     f->name = n ? n : key;
-    // Names are made with the first extension; the others are found as well ("heic avif").
+    // Names are made with the first extension; the others are found as well ("jp2 j2k j2c").
     const char* e = text(library, "imageExtension");
     for (const char* at = e ? e : ""; *at;) {
       const size_t n = strcspn(at, " "), skip = n + strspn(at + n, " ");
