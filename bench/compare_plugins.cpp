@@ -1,8 +1,9 @@
 // The bundled plug-ins through vimg convert's path (readPlugin / writePlugin: the plug-in, the IMF
 // library and the conversion to vimg's pictures) side by side with OpenImageIO reading and
 // writing the same files, one thread each: 4096 x 4096 RGBA 8-bit PNG, JPEG (RGB, quality 90),
-// TIFF (ZIP) and OpenEXR (half, ZIP), decoded and encoded. Both end on the same codec libraries:
-// what differs is the overhead around them.
+// TIFF (ZIP), OpenEXR (half, ZIP) and JPEG 2000 (lossless), decoded and encoded. Those end on the
+// same codec libraries: what differs is the overhead around them. Radiance RGBE (RGB floats) and
+// PPM are coded by each library itself.
 #include <OpenImageIO/imageio.h>
 
 #include <cstdio>
@@ -27,7 +28,10 @@ int main(int argc, char** argv) {
   } formats[] = {{"png", 4, "zip:6", {"compression=6"}},
                  {"jpg", 3, "jpeg:90", {"quality=90"}},
                  {"tif", 4, "zip", {"compression=zip"}},
-                 {"exr", 4, "zip", {"compression=zip"}}};
+                 {"exr", 4, "zip", {"compression=zip"}},
+                 {"jp2", 4, "", {}},
+                 {"hdr", 3, "", {}},
+                 {"ppm", 3, "", {}}};
   vimg::ensurePlugins();
   printf("%dx%d RGBA 8-bit (JPEG RGB), vimg's plug-in path vs OpenImageIO, one thread, medians of %d\n", n, n, a.rounds);
   for (const Format& f : formats) {
@@ -37,7 +41,7 @@ int main(int argc, char** argv) {
     for (size_t i = 0; i < pic.size(); ++i)
       if (f.channels == 4 || i % 4 != 3) rgb.push_back(pic[i]);
     OIIO::ImageSpec spec(n, n, f.channels, std::string(f.ext) == "exr" ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::UINT8);
-    spec.attribute("compression", f.oiioCompression);
+    if (*f.oiioCompression) spec.attribute("compression", f.oiioCompression);
     auto write = [&](const std::string& p) {
       auto out = OIIO::ImageOutput::create(p);
       if (!out || !out->open(p, spec) || !out->write_image(OIIO::TypeDesc::UINT8, rgb.data()) || !out->close())

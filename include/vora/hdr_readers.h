@@ -12,7 +12,9 @@
 #include <vora/export.h>
 #include <vora/hdr.h>
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 constexpr unsigned kHdrReadDisplayWindow = 1;
 
@@ -22,6 +24,27 @@ VORA_HDR_API void registerStandardHdrReaders();
 // are read as half and exposed through one 65536-entry table per curve: the same bytes, without
 // a float picture in between. 0, or -1.
 VORA_HDR_API int readExposedGamma(ThdrImageFile* file, TpixelMap& out, float exposure, float gamma);
+// Radiance RGBE scan lines one at a time, as they are stored (top line first when topFirst()),
+// from a file held whole. open parses the header and refuses a picture the file is too small to
+// hold; next decodes the following line as red, green, blue floats, false at the end or on damage.
+class VORA_HDR_API TradianceLines {
+ public:
+  bool open(std::vector<uint8_t> bytes);
+  unsigned width() const { return width_; }
+  unsigned height() const { return height_; }
+  bool topFirst() const { return topFirst_; }
+  bool next(float* rgb);
+
+ private:
+  bool nextLine(size_t& p, std::string& line) const;
+  bool parseHeader();
+  bool scanLine();
+  std::vector<uint8_t> bytes_, encoded_;
+  size_t at_ = 0;
+  unsigned width_ = 0, height_ = 0, line_ = 0;
+  bool topFirst_ = true;
+};
+
 // The readers themselves, for callers that do not go through the registry.
 VORA_HDR_API ThdrImageFile* newOpenExrReader();
 VORA_HDR_API ThdrImageFile* newRadianceReader();

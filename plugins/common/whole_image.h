@@ -98,6 +98,31 @@ inline bool writeWhole(const char* path, const void* data, size_t size, std::str
   return (fclose(f) == 0 && ok) || (why = "cannot be written", false);
 }
 
+// The whole-picture read of a codec that decodes line by line: its lines in turn into one frame.
+template <class Codec>
+bool readByLines(const char* path, std::vector<Picture>& frames, std::string& why) {
+  IMF_image image{};
+  void* s = Codec::openStream(path, image, why);
+  if (!s) return false;
+  frames.resize(1);
+  Picture& p = frames[0];
+  bool ok = p.create(image.xMax + 1, image.yMax + 1, image.colorChannels, image.matteChannels, image.colorBits,
+                     image.colorType, -1, 0, why);
+  for (int y = 0; ok && y < p.height(); ++y) ok = Codec::readStreamLine(s, p.row(y), why);
+  Codec::closeStream(s);
+  return ok;
+}
+
+// The whole-picture write of a codec that encodes line by line: the frame's lines in turn.
+template <class Codec>
+bool writeByLines(const char* path, const std::vector<Picture>& frames, const IMF_settings* settings, std::string& why) {
+  const Picture& p = frames[0];
+  void* s = Codec::beginStream(path, p.image, settings, why);
+  bool ok = s != nullptr;
+  for (int y = 0; ok && y < p.height(); ++y) ok = Codec::streamLine(s, p.row(y), why);
+  return s && Codec::endStream(s, ok, why) && ok;
+}
+
 struct Handle {
   std::vector<Picture> frames;
   int current = 0;

@@ -130,15 +130,7 @@ struct JpegCodec {
   }
 
   static bool read(const char* path, std::vector<Picture>& frames, std::string& why) {
-    IMF_image image;
-    void* s = openStream(path, image, why);
-    if (!s) return false;
-    frames.resize(1);
-    Picture& p = frames[0];
-    bool ok = p.create(image.xMax + 1, image.yMax + 1, image.colorChannels, 0, 8, IMF_TYPE_INT, -1, 0, why);
-    for (int y = 0; ok && y < p.height(); ++y) ok = readStreamLine(s, p.row(y), why);
-    closeStream(s);
-    return ok;
+    return vplug::readByLines<JpegCodec>(path, frames, why);
   }
 
   // Writing streams: each line is coded as it comes, no picture is held whole. The coder starts
@@ -227,11 +219,7 @@ struct JpegCodec {
 
   // Pictures given bottom line first are held whole and coded at the end.
   static bool write(const char* path, const std::vector<Picture>& frames, const IMF_settings* settings, std::string& why) {
-    const Picture& p = frames[0];
-    void* s = beginStream(path, p.image, settings, why);
-    bool ok = s != nullptr;
-    for (int y = 0; ok && y < p.height(); ++y) ok = streamLine(s, p.row(y), why);
-    return s && endStream(s, ok, why) && ok;
+    return vplug::writeByLines<JpegCodec>(path, frames, settings, why);
   }
 };
 

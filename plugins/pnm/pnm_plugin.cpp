@@ -141,6 +141,12 @@ bool readSamples(Text& t, const Header& hd, Picture& p, std::string& why) {
   const size_t rowBytes = bits ? (hd.w + 7) / 8 : size_t(hd.w) * hd.depth * (wide ? 2 : 1);
   if (t.b.size() - t.at < rowBytes * hd.h) return why = "the file ends early", false;
   const uint8_t* s = t.b.data() + t.at;
+  if (!bits && hd.maxval == top) {  // samples as they are stored: copied, 16-bit ones byte-swapped
+    if (!wide) memcpy(p.samples.data(), s, count);
+    for (size_t i = 0; wide && i < count; ++i) reinterpret_cast<uint16_t*>(p.samples.data())[i] = uint16_t(s[2 * i] << 8 | s[2 * i + 1]);
+    t.at += rowBytes * hd.h;
+    return true;
+  }
   for (size_t y = 0, i = 0; y < hd.h; ++y, s += rowBytes)
     for (size_t x = 0; x < size_t(hd.w) * hd.depth; ++x, ++i)
       put(i, bits ? !(s[x / 8] >> (7 - x % 8) & 1) : wide ? uint32_t(s[2 * x] << 8 | s[2 * x + 1]) : s[x]);

@@ -252,6 +252,9 @@ TEST(PluginInterop, PeerFilesReadAsThePeersReadThem) {
     ++files;
   }
   EXPECT_EQ(files, 50);
+  // Radiance stored bottom line first (+Y), which OpenImageIO reads upside down: its -Y original.
+  const Rgba top = ours(VORA_TEST_DATA "/hdr/flat_5x4.hdr"), bottom = ours(VORA_TEST_DATA "/hdr/flat_5x4_bottom_first.hdr");
+  EXPECT_EQ(largest(top, bottom), 0);
 }
 
 // Pictures written at each channel layout and depth of each format, read by a peer as given.

@@ -49,7 +49,9 @@ uint16_t sample16(const void* plane, int x, int bits, int type) {
   if (bits == 16) return static_cast<const uint16_t*>(plane)[x];
   if (type == IMF_TYPE_FLOAT) {
     const float v = static_cast<const float*>(plane)[x];
-    return uint16_t(std::lround((v > 0 ? (v < 1 ? v : 1) : 0) * 65535.0f));  // NaN gives 0
+    // Rounded half up, as lround does for these non-negative values (x + 0.5 is exact below
+    // 2^23), without its call per sample.
+    return uint16_t((v > 0 ? (v < 1 ? v : 1) : 0) * 65535.0f + 0.5f);  // NaN gives 0
   }
   return uint16_t(static_cast<const uint32_t*>(plane)[x] >> 16);
 }
@@ -118,8 +120,11 @@ bool writePlugin(const std::string& path, const char* key, const Image& src, con
   const IMF_format* f = IMF_find(key);
   const int bits = imfOutputBits(f, opt.bits ? opt.bits : src.bytes * 8);
   if (bits != 8 && bits != 16 && bits != 32) return error = path + ": " + key + " takes no 8, 16 or 32-bit samples", false;
-  Image converted;  // only when the depth changes: a copy of a large picture costs as much as a fast codec
-  const Image& img = src.bytes == (bits == 8 ? 1 : 2) ? src : (converted = withBytes(src, bits == 8 ? 1 : 2));
+  // Converted only when the depth changes between integers: a copy of a large picture costs as
+  // much as a fast codec. Floats come from either depth as they are.
+  Image converted;
+  const Image& img = bits == 32 || src.bytes == (bits == 8 ? 1 : 2) ? src : (converted = withBytes(src, bits == 8 ? 1 : 2));
+  const float unit = img.bytes == 1 ? 255.0f : 65535.0f;  // v / 255 is v * 257 / 65535, rounded alike
   IMF_info info;
   IMF_info_init(&info);
   info.name = info.handle = path.c_str(), info.key = key, info.program = "Vora";
@@ -159,7 +164,7 @@ bool writePlugin(const std::string& path, const char* key, const Image& src, con
         const uint32_t v = element(c == r.colorChannels ? 3 : elements[c]);
         if (bits == 8) static_cast<uint8_t*>(line[c])[x] = uint8_t(v);
         else if (bits == 16) static_cast<uint16_t*>(line[c])[x] = uint16_t(v);
-        else static_cast<float*>(line[c])[x] = float(v) / 65535.0f;
+        else static_cast<float*>(line[c])[x] = float(v) / unit;
       }
     }
     ok = IMF_scan_write(out, l, line) == 0;
