@@ -124,7 +124,10 @@ TEST(Imf, WriteReadAndRefusals) {
   const IMF_format* f = IMF_find("TST");
   ASSERT_NE(f, nullptr);
   EXPECT_EQ(IMF_find("tst"), f);
-  EXPECT_EQ(IMF_find("TSX"), f);  // a further extension; names are made with the first
+  // A further extension finds the format (in a run of the whole suite, the first build of this
+  // plug-in registered, all of which name the same); names are made with the first extension.
+  ASSERT_NE(IMF_find("TSX"), nullptr);
+  EXPECT_STREQ(IMF_find("TSX")->extension, "tst");
   EXPECT_STREQ(f->extension, "tst");
   EXPECT_EQ(f->flags & IMF_MULTIFRAME, 0u);
   vt::TempDir d;
