@@ -139,6 +139,8 @@ class VORA_API TpsdLayer {
   // New samples (channels 0-2 and -1; the masks keep their own rectangles): the rectangle follows
   // their size from (left, top). False, nothing changed, when those channels differ in size.
   bool setPixels(TpixelData16 samples);
+  // Whether the colour and transparency channels of samples are of one size, as setPixels needs.
+  static bool fitsOneRectangle(const TpixelData16& samples);
 };
 using TpsdLayerPtrArray = std::vector<std::unique_ptr<TpsdLayer>>;
 

@@ -5,6 +5,7 @@
 // irreversible wavelet at that size.
 #include <openjpeg.h>
 
+#include <cctype>
 #include <cstdio>
 
 #include "common/whole_image.h"
@@ -21,8 +22,9 @@ constexpr uint32_t kLargestRatio = 1u << 16;
 
 bool bareCodestream(const std::string& path) {
   const size_t dot = path.rfind('.');
-  const std::string ext = dot == std::string::npos ? "" : path.substr(dot + 1);
-  return ext == "j2k" || ext == "j2c" || ext == "jpc" || ext == "J2K" || ext == "J2C" || ext == "JPC";
+  std::string ext = dot == std::string::npos ? "" : path.substr(dot + 1);
+  for (char& c : ext) c = char(tolower(static_cast<unsigned char>(c)));
+  return ext == "j2k" || ext == "j2c" || ext == "jpc";
 }
 
 void keepMessage(const char* message, void* why) {

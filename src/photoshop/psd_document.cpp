@@ -16,14 +16,25 @@ void TphotoshopFile::setColorDepth(unsigned depth) {
   else throw TpsdException("Invalid color depth");
 }
 
-bool TpsdLayer::setPixels(TpixelData16 samples) {
-  const Tchannel* first = nullptr;
+// The first colour or transparency channel; null when there is none.
+static const Tchannel* firstPlaced(const TpixelData16& samples) {
+  for (PHOTOSHOP_CHANNEL id : samples.channelListArray())
+    if (id >= TRANSPARENCY) return samples.channel(id);  // the masks have rectangles of their own
+  return nullptr;
+}
+
+bool TpsdLayer::fitsOneRectangle(const TpixelData16& samples) {
+  const Tchannel* first = firstPlaced(samples);
   for (PHOTOSHOP_CHANNEL id : samples.channelListArray()) {
     const Tchannel* c = samples.channel(id);
-    if (id < TRANSPARENCY) continue;  // the masks have rectangles of their own
-    if (first && (c->width != first->width || c->height != first->height)) return false;
-    if (!first) first = c;
+    if (id >= TRANSPARENCY && (c->width != first->width || c->height != first->height)) return false;
   }
+  return true;
+}
+
+bool TpsdLayer::setPixels(TpixelData16 samples) {
+  if (!fitsOneRectangle(samples)) return false;
+  const Tchannel* first = firstPlaced(samples);
   right = left + int32_t(first ? first->width : 0), bottom = top + int32_t(first ? first->height : 0);
   pixels = std::move(samples);
   return true;

@@ -26,12 +26,9 @@ int TpsdTextureFile::create(const TfilePath& path, uint16_t width, uint16_t heig
 }
 
 int TpsdTextureFile::createLayer(const Tstring& name, int32_t left, int32_t top, TpixelData16 pixels) {
-  if (!built() || pixels.format() != built()->colorDepth()) return -1;
-  auto& layers = built()->layers();
-  built()->addLayer(name, left, top, TpixelData16(pixels.format()));
-  if (layers.back()->setPixels(std::move(pixels))) return 0;
-  layers.pop_back();
-  return -1;
+  if (!built() || pixels.format() != built()->colorDepth() || !TpsdLayer::fitsOneRectangle(pixels)) return -1;
+  built()->addLayer(name, left, top, std::move(pixels));
+  return 0;
 }
 
 int TpsdTextureFile::createLayerSet(const Tstring& name) {

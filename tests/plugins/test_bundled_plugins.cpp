@@ -19,6 +19,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Which of a peer's channels gives red, green, blue and alpha: grey to all three colours, the
+// last of two or four as alpha; -1 for none.
+int peerChannel(int c, int channels) { return c < 3 ? (channels >= 3 ? c : 0) : (channels == 2 || channels == 4 ? channels - 1 : -1); }
+
 // Pixels as red, green, blue, alpha of 16 bits, top row first.
 struct Rgba {
   int w = 0, h = 0;
@@ -108,9 +112,10 @@ Rgba peer(const std::string& file, const std::string& who, int frame = 0) {
     if (channels < 1 || b.size() != n * channels * 4) return out.w = 0, out;
     out.px.assign(n * 4, 65535);
     for (size_t i = 0; i < n; ++i)
-      for (int c = 0; c < std::min(channels, 4) || (channels == 1 && c < 3); ++c) {  // grey to red, green and blue
+      for (int c = 0; c < 4; ++c) {
         float v;
-        memcpy(&v, &b[(i * channels + (channels == 1 ? 0 : c)) * 4], 4);
+        if (peerChannel(c, channels) < 0) continue;
+        memcpy(&v, &b[(i * channels + peerChannel(c, channels)) * 4], 4);
         out.px[i * 4 + c] = uint16_t(std::lround(std::clamp(v, 0.0f, 1.0f) * 65535.0f));
       }
     return out;
@@ -126,7 +131,7 @@ Rgba peer(const std::string& file, const std::string& who, int frame = 0) {
   out.px.assign(n * 4, 65535);
   for (size_t i = 0; i < n; ++i)
     for (int c = 0; c < 4; ++c) {
-      const int from = c < 3 ? (channels >= 3 ? c : 0) : (channels == 2 || channels == 4 ? channels - 1 : -1);
+      const int from = peerChannel(c, channels);
       if (from < 0) continue;
       const size_t at = (i * channels + from) * (bits / 8);
       out.px[i * 4 + c] = bits == 8 ? uint16_t(b[at] * 257) : uint16_t(b[at] | b[at + 1] << 8);
